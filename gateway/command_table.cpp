@@ -1,0 +1,52 @@
+#include "gateway/command_table.h"
+
+#include "gateway/errors.h"
+#include "gateway/handlers.h"
+
+namespace tiffgate {
+
+const std::vector<CommandEntry>& command_table() {
+  // Alphabetical but for "rewriteDirectory" before "retrieveMetadata"; code 4
+  // is unused. "close" must keep code 0: handle validation keys on it.
+  static const std::vector<CommandEntry> table = {
+      {0, 1, 1, "close", "TIFFClose", handle_close},
+      {1, 2, 3, "computeStrip", "TIFFComputeStrip", handle_compute_strip},
+      {2, 2, 3, "computeTile", "TIFFComputeTile", handle_compute_tile},
+      {3, 1, 1, "currentDirectory", "TIFFCurrentDirectory", handle_current_directory},
+      {5, 2, 2, "getField", "TIFFGetField", handle_get_field},
+      {6, 0, 0, "getVersion", "TIFFGetVersion", handle_get_version},
+      {7, 1, 1, "isTiled", "TIFFIsTiled", handle_is_tiled},
+      {8, 1, 1, "lastDirectory", "TIFFLastDirectory", handle_last_directory},
+      {9, 1, 1, "numberOfStrips", "TIFFNumberOfStrips", handle_number_of_strips},
+      {10, 1, 1, "numberOfTiles", "TIFFNumberOfTiles", handle_number_of_tiles},
+      {11, 2, 2, "open", "TIFFOpen", handle_open},
+      {12, 1, 1, "readDirectory", "TIFFReadDirectory", handle_read_directory},
+      {13, 2, 2, "readEncodedStrip", "TIFFReadEncodedStrip", handle_read_encoded_strip},
+      {14, 2, 3, "readEncodedTile", "TIFFReadEncodedTile", handle_read_encoded_tile},
+      {15, 1, 1, "readRGBAImage", "TIFFReadRGBAImage", handle_read_rgba_image},
+      {16, 2, 2, "readRGBAStrip", "TIFFReadRGBAStrip", handle_read_rgba_strip},
+      {17, 3, 3, "readRGBATile", "TIFFReadRGBATile", handle_read_rgba_tile},
+      {18, 1, 1, "rewriteDirectory", "TIFFRewriteDirectory", handle_rewrite_directory},
+      {19, 1, 1, "retrieveMetadata", "retrieveMetadata", handle_retrieve_metadata},
+      {20, 2, 2, "setDirectory", "TIFFSetDirectory", handle_set_directory},
+      {21, 3, 3, "setField", "TIFFSetField", handle_set_field},
+      {22, 2, 2, "setSubDirectory", "TIFFSetSubDirectory", handle_set_sub_directory},
+      {23, 1, 1, "writeDirectory", "TIFFWriteDirectory", handle_write_directory},
+      {24, 3, 5, "writeEncodedStrip", "TIFFWriteEncodedStrip", handle_write_encoded_strip},
+      {25, 3, 5, "writeEncodedTile", "TIFFWriteEncodedTile", handle_write_encoded_tile},
+  };
+  return table;
+}
+
+const CommandEntry& lookup_command(std::string_view word, int nOperands) {
+  for (const CommandEntry& entry : command_table()) {
+    if (entry.name == word) {
+      if (nOperands < entry.minOperands || nOperands > entry.maxOperands)
+        raise(validate::wrongNumberOfInputs());
+      return entry;
+    }
+  }
+  raise(Tiff::InvalidOperation(std::string(word)));
+}
+
+}  // namespace tiffgate

@@ -1,0 +1,49 @@
+#include "files/files.h"
+#include "gateway/command_table.h"
+#include "gateway/errors.h"
+#include "gateway/handlers.h"
+#include "gateway/libtiff_messages.h"
+
+#include <boost/numeric/conversion/converter.hpp>
+#include <tiffio.h>
+
+#include <string>
+
+namespace tiffgate {
+
+TG_HANDLER(handle_get_version) {
+  outputs[0] = zvCreateString(TIFFGetVersion());
+}
+
+namespace {
+
+/// The command word; a call without one, or whose first input is not text,
+/// is an InvalidOperation with an empty word.
+std::string command_word(int nInputs, const zvArray* inputs[]) {
+  if (nInputs < 1 || inputs == nullptr || inputs[0] == nullptr ||
+      zvGetClassID(inputs[0]) != zvCHAR_CLASS)
+    raise(Tiff::InvalidOperation(std::string()));
+  // Read through the converter rather than as a NUL-terminated copy, so that
+  // "close" followed by a NUL is not taken for "close".
+  return zvArrayToNarrow(inputs[0]);
+}
+
+}  // namespace
+}  // namespace tiffgate
+
+void zulFunction(int nOutputs, zvArray* outputs[], int nInputs, const zvArray* inputs[]) {
+  using namespace tiffgate;
+  zulAtExit(close_files_at_exit);
+  TIFFSetErrorHandler(ZKTIFFerrHandler);
+  TIFFSetWarningHandler(ZKTIFFwarnHandler);
+  ZKTIFFinitializeErrorStack();
+
+  const std::string word = command_word(nInputs, inputs);
+  const CommandEntry& entry = lookup_command(word, nInputs - 1);
+  try {
+    entry.handler(nOutputs, outputs, nInputs - 1, inputs + 1, entry);
+  } catch (const boost::numeric::bad_numeric_cast&) {
+    raise(validate::argumentOutOfBounds());
+  }
+  ZKTIFFcheckErrorAsWarning();
+}

@@ -1,0 +1,21 @@
+#pragma once
+/// The libtiff error stack: libtiff's errors and warnings recorded during
+/// one gateway call, surfaced as host warnings after a successful call.
+
+#include <cstdarg>
+
+extern "C" {
+void ZKTIFFerrHandler(const char* module, const char* format, va_list arguments);
+void ZKTIFFwarnHandler(const char* module, const char* format, va_list arguments);
+}
+
+/// Empties the record; called at the start of every gateway call.
+void ZKTIFFinitializeErrorStack();
+/// Issues what libtiff recorded during the call as host warnings, in order.
+void ZKTIFFcheckErrorAsWarning();
+
+namespace tiffgate {
+/// Identifiers of the warnings that carry libtiff's own messages.
+inline constexpr const char* kLibtiffErrorId = "Quarn:imagesci:Tiff:libtiffError";
+inline constexpr const char* kLibtiffWarningId = "Quarn:imagesci:Tiff:libtiffWarning";
+}  // namespace tiffgate

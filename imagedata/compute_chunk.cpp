@@ -1,0 +1,12 @@
+#include "gateway/errors.h"
+#include "gateway/handlers.h"
+
+namespace tiffgate {
+
+// Not built yet: refuse the command by name rather than do anything half-way.
+TG_HANDLER(handle_compute_strip) { raise(Tiff::InvalidOperation(entry.name)); }
+
+// Not built yet: refuse the command by name rather than do anything half-way.
+TG_HANDLER(handle_compute_tile) { raise(Tiff::InvalidOperation(entry.name)); }
+
+}  // namespace tiffgate

@@ -1,0 +1,70 @@
+#pragma once
+/// Test support: scratch files, and TIFF files written with libtiff directly
+/// (never through the module), so that tests check against values known
+/// independently of the code under test.
+
+#include "host/embedded/session.h"
+
+#include <tiffio.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tiffgate::testing {
+
+/// A fresh directory under the system's temporary directory, removed with
+/// everything in it when the object goes.
+class ScratchDir {
+ public:
+  ScratchDir();
+  ~ScratchDir();
+  ScratchDir(const ScratchDir&) = delete;
+  ScratchDir& operator=(const ScratchDir&) = delete;
+  std::string path(const std::string& name) const { return dir_ + "/" + name; }
+
+ private:
+  std::string dir_;
+};
+
+/// The corpus of real files (../shared/corpus beside the project).
+std::string corpus_dir();
+
+/// Owns a libtiff handle opened directly, for writing or checking files.
+struct TiffHandle {
+  TIFF* tif = nullptr;
+  TiffHandle(const std::string& path, const char* mode);
+  ~TiffHandle();
+  TiffHandle(const TiffHandle&) = delete;
+  TiffHandle& operator=(const TiffHandle&) = delete;
+  operator TIFF*() const { return tif; }
+};
+
+/// Sets the tags of a simple image directory: width x length, samples of
+/// bits each (unsigned), minisblack or RGB, no compression, stripped with
+/// rowsPerStrip rows, or tiled when tileSize is non-zero.
+void set_basic_tags(TIFF* tif, std::uint32_t width, std::uint32_t length, std::uint16_t bits = 8,
+                    std::uint16_t samples = 1, std::uint32_t rowsPerStrip = 0, std::uint32_t tileSize = 0);
+
+/// Writes every strip or tile of the current directory filled with bytes
+/// from fill(chunk index, byte index).
+void write_chunks(TIFF* tif, const std::function<std::uint8_t(std::uint32_t, std::size_t)>& fill);
+
+/// A file of `count` small stripped 8-bit grey directories, directory d
+/// being (d + 1) * 8 pixels wide and 4 long.
+void write_multi_directory_file(const std::string& path, int count);
+
+/// A file whose first directory lists `subifds` SubIFDs (directory i of
+/// them 2 x (i + 1)), followed by a second main directory. Returns the
+/// SubIFD offsets as written.
+std::vector<std::uint64_t> write_file_with_subifds(const std::string& path, int subifds);
+
+/// Operands for the embedded host.
+inline embedded::Array num(double v) { return embedded::Array::scalar(v); }
+inline embedded::Array str(const std::string& s) { return embedded::Array::text(s); }
+
+/// Opens a file through the gateway; fails the test on error.
+embedded::Array open_file(const std::string& path, const char* mode = "r");
+
+}  // namespace tiffgate::testing
