@@ -1,0 +1,72 @@
+#include "imagedata/layout.h"
+
+#include "gateway/errors.h"
+
+#include <tiffio.h>
+
+namespace tiffgate {
+namespace {
+
+// TIFFGetField for a tag whose absence makes the directory unusable.
+template <class... Destinations>
+void get_checked(TIFF* tif, ttag_t tag, const char* name, Destinations*... destinations) {
+  if (!TIFFGetField(tif, tag, destinations...)) raise(Tiff::tagRetrievalFailed(name));
+}
+
+}  // namespace
+
+void readImageLayout(TIFF* tif, ImageLayout& layout) {
+  layout.tif = tif;
+  get_checked(tif, TIFFTAG_IMAGELENGTH, "ImageLength", &layout.imageLength);
+  get_checked(tif, TIFFTAG_IMAGEWIDTH, "ImageWidth", &layout.imageWidth);
+  if (TIFFIsTiled(tif)) {
+    layout.isTiled = true;
+    layout.rowsPerStrip = 0;
+    get_checked(tif, TIFFTAG_TILELENGTH, "TileLength", &layout.tileLength);
+    get_checked(tif, TIFFTAG_TILEWIDTH, "TileWidth", &layout.tileWidth);
+    layout.chunkWidth = layout.tileWidth;
+    layout.chunkLength = layout.tileLength;
+  } else {
+    layout.isTiled = false;
+    TIFFGetFieldDefaulted(tif, TIFFTAG_ROWSPERSTRIP, &layout.rowsPerStrip);
+    // libtiff's default for an absent RowsPerStrip is the largest 32-bit
+    // value; clamping makes it read back as the image length.
+    if (layout.rowsPerStrip > layout.imageLength) layout.rowsPerStrip = layout.imageLength;
+    layout.tileLength = 0;
+    layout.tileWidth = 0;
+    layout.chunkLength = layout.rowsPerStrip;
+    layout.chunkWidth = layout.imageWidth;
+  }
+  get_checked(tif, TIFFTAG_PHOTOMETRIC, "PhotometricInterpretation", &layout.photometric);
+
+  TIFFGetFieldDefaulted(tif, TIFFTAG_BITSPERSAMPLE, &layout.bitsPerSample);
+  TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &layout.samplesPerPixel);
+  TIFFGetFieldDefaulted(tif, TIFFTAG_IMAGEDEPTH, &layout.imageDepth);
+  TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLEFORMAT, &layout.sampleFormat);
+  TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &layout.compression);
+
+  layout.samplesPerChunk = layout.samplesPerPixel;
+  TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &layout.planarConfiguration);
+  if (layout.planarConfiguration == PLANARCONFIG_SEPARATE)
+    layout.samplesPerChunk = 1;
+  else if (layout.planarConfiguration != PLANARCONFIG_CONTIG)
+    raise(Tiff::illegalPlanarConfiguration(layout.planarConfiguration));
+
+  std::uint16_t* extra = nullptr;
+  if (!TIFFGetField(tif, TIFFTAG_EXTRASAMPLES, &layout.numExtraSamples, &extra)) layout.numExtraSamples = 0;
+
+  layout.jpegColorMode = 0;
+  if (layout.photometric == PHOTOMETRIC_YCBCR) {
+    TIFFGetFieldDefaulted(tif, TIFFTAG_YCBCRSUBSAMPLING, &layout.ycbcrSubsampling[0],
+                          &layout.ycbcrSubsampling[1]);
+    // JPEGColorMode takes one int; the second destination is never written.
+    if (layout.compression == COMPRESSION_JPEG)
+      TIFFGetField(tif, TIFFTAG_JPEGCOLORMODE, &layout.jpegColorMode, &layout.jpegColorMode);
+  }
+  if (layout.photometric == PHOTOMETRIC_LOGL || layout.photometric == PHOTOMETRIC_LOGLUV)
+    get_checked(tif, TIFFTAG_SGILOGDATAFMT, "SgiLogDataFmt", &layout.sgiLogDataFmt);
+
+  layout.mode = TIFFGetMode(tif);
+}
+
+}  // namespace tiffgate
