@@ -13,6 +13,12 @@ const std::map<std::uint32_t, std::string>& TagNameTable() {
     // The names are the ones callers see in error messages, odd spellings
     // ("Threshholding", "ICC Profile") included.
     const std::vector<std::pair<std::uint32_t, const char*>> pairs = {
+      {254, "SubfileType"},
+      {255, "OldSubfileType"},
+      {256, "ImageWidth"},
+      {257, "ImageLength"},
+      {258, "BitsPerSample"},
+      {259, "Compression"},
       {262, "PhotometricInterpretation"},
       {263, "Threshholding"},
       {264, "CellWidth"},
@@ -59,6 +65,12 @@ const std::map<std::uint32_t, std::string>& TagNameTable() {
       {332, "InkSet"},
       {333, "InkNames"},
       {334, "NumberOfInks"},
+      {336, "DotRange"},
+      {337, "TargetPrinter"},
+      {338, "ExtraSamples"},
+      {339, "SampleFormat"},
+      {340, "SMinSampleValue"},
+      {341, "SMaxSampleValue"},
       {343, "ClipPath"},
       {344, "XClipPathUnits"},
       {344, "XClipPathUnits"},
