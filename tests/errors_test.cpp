@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <iterator>  // std::size
+#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
