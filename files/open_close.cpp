@@ -61,6 +61,9 @@ TG_HANDLER(handle_open) {
   installTagExtender();
   // Linux file names are bytes; UTF-8 is the file system's narrow form.
   const std::string path = utf16_to_utf8(name);
+  // A NUL cannot be part of a file name; passed on, it would cut the name
+  // short and open whatever file the part before it names.
+  if (path.find('\0') != std::string::npos) raise(Tiff::unableToOpenFile(name));
   TIFF* handle = TIFFOpen(path.c_str(), mode.c_str());
   if (handle == nullptr) raise(Tiff::unableToOpenFile(name));
   open_file_registry().insert(handle);

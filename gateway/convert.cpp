@@ -15,6 +15,14 @@ double tag_scalar(const zvArray* value, const char* tagName) {
   return zvGetScalar(value);
 }
 
+/// The first element of an index or offset, of any class. An empty operand
+/// has none: it is refused like a value out of range instead of being taken
+/// for 0, which would silently address the first directory.
+double first_element(const zvArray* value) {
+  if (zvGetNumberOfElements(value) == 0) detail::throw_negative_overflow();
+  return zvGetScalar(value);
+}
+
 }  // namespace
 
 std::uint16_t tagScalarToUInt16(const zvArray* value, const char* tagName) {
@@ -25,9 +33,9 @@ std::uint32_t tagScalarToUInt32(const zvArray* value, const char* tagName) {
   return convert<std::uint32_t>(tag_scalar(value, tagName));
 }
 
-std::uint32_t indexToUInt32(const zvArray* value) { return convert<std::uint32_t>(zvGetScalar(value)); }
+std::uint32_t indexToUInt32(const zvArray* value) { return convert<std::uint32_t>(first_element(value)); }
 
-std::uint16_t indexToUInt16(const zvArray* value) { return convert<std::uint16_t>(zvGetScalar(value)); }
+std::uint16_t indexToUInt16(const zvArray* value) { return convert<std::uint16_t>(first_element(value)); }
 
 std::uint64_t offsetToUInt64(const zvArray* value) {
   if (zvGetNumberOfElements(value) > 0) {
@@ -37,7 +45,7 @@ std::uint64_t offsetToUInt64(const zvArray* value) {
       default: break;
     }
   }
-  return convert<std::uint64_t>(zvGetScalar(value));
+  return convert<std::uint64_t>(first_element(value));
 }
 
 std::pair<std::uint32_t, std::uint32_t> rowColumnToUInt32Pair(const zvArray* value) {

@@ -58,10 +58,12 @@ double element_as_double(const zvArray* value, std::size_t index);
 /// Tag scalars: class double with exactly one element.
 std::uint16_t tagScalarToUInt16(const zvArray* value, const char* tagName);
 std::uint32_t tagScalarToUInt32(const zvArray* value, const char* tagName);
-/// Indices: the first element read as a double, whatever the class.
+/// Indices: the first element read as a double, whatever the class; an
+/// empty operand is refused as out of range.
 std::uint32_t indexToUInt32(const zvArray* value);
 std::uint16_t indexToUInt16(const zvArray* value);
-/// Offsets: uint64 taken bit for bit, uint32 widened, anything else as a double.
+/// Offsets: uint64 taken bit for bit, uint32 widened, anything else as a
+/// double; an empty operand is refused as out of range.
 std::uint64_t offsetToUInt64(const zvArray* value);
 /// (column, row) from elements 2 and 1; element 2 is converted first.
 std::pair<std::uint32_t, std::uint32_t> rowColumnToUInt32Pair(const zvArray* value);

@@ -5,6 +5,7 @@
 
 #include "host/host.h"
 
+#include <algorithm>  // std::min
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -47,11 +48,14 @@ struct zvArray {
   static zvArray row(std::initializer_list<double> values);
   /// Rows of doubles, all of one length.
   static zvArray matrix(std::initializer_list<std::initializer_list<double>> rows);
-  /// An array of class cls and dims filled from values in column-major order.
+  /// An array of class cls and dims filled from values in column-major order
+  /// (zeros where values run short).
   template <class T>
   static zvArray of(zvClassID cls, Dims dims, const std::vector<T>& values) {
-    zvArray a(cls, std::move(dims), false);
-    std::memcpy(a.data(), values.data(), std::min(values.size() * sizeof(T), a.byte_size()));
+    zvArray a(cls, std::move(dims));
+    // An empty array has no data pointer, and memcpy must not be given null.
+    const std::size_t bytes = std::min(values.size() * sizeof(T), a.byte_size());
+    if (bytes > 0) std::memcpy(a.data(), values.data(), bytes);
     return a;
   }
   static zvArray cell(std::vector<zvArray> elements);  ///< 1xN

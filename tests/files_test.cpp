@@ -1,0 +1,221 @@
+// "open" and "close", the registry of open handles and the two levels of
+// identifier validation. Files are written and checked with libtiff directly.
+
+#include "support/foundation.h"
+#include "support/tiff_files.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>  // O_RDONLY, O_RDWR
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace tiffgate::testing;
+using tiffgate::embedded::Array;
+using tiffgate::embedded::call;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+// Gives a directory opened for writing through the gateway an image, with
+// libtiff on the gateway's own handle (setField is not the subject here).
+void fill_directory(TIFF* tif, std::uint32_t width) {
+  set_basic_tags(tif, width, 2);
+  write_chunks(tif, [](std::uint32_t, std::size_t i) { return static_cast<std::uint8_t>(i); });
+}
+
+std::uint32_t width_of(TIFF* tif) {
+  std::uint32_t width = 0;
+  TIFFGetField(tif, TIFFTAG_IMAGEWIDTH, &width);
+  return width;
+}
+
+TEST(files_test, w8_writes_a_bigtiff_and_w_a_classic_file) {
+  ScratchDir dir;
+  for (const char* mode : {"w8", "w"}) {
+    SCOPED_TRACE(mode);
+    const std::string path = dir.path(std::string(mode) + ".tif");
+    const Array id = open_file(path, mode);
+    fill_directory(handle_of(id), 24);
+    ASSERT_TRUE(call("close", {id}).ok());
+
+    const std::vector<unsigned char> b = file_bytes(path);
+    ASSERT_GE(b.size(), 16u);
+    EXPECT_EQ(b[0], 'I');
+    EXPECT_EQ(b[1], 'I');
+    if (std::string(mode) == "w8") {
+      // BigTIFF: version 43, offsets of 8 bytes, then a zero word.
+      EXPECT_EQ(b[2], 43);
+      EXPECT_EQ(b[4], 8);
+      EXPECT_EQ(b[6], 0);
+    } else {
+      EXPECT_EQ(b[2], 42);
+    }
+    EXPECT_EQ(b[3], 0);
+    TiffHandle check(path, "r");
+    EXPECT_EQ(TIFFIsBigTIFF(check) != 0, std::string(mode) == "w8");
+    EXPECT_EQ(width_of(check), 24u);
+  }
+}
+
+TEST(files_test, read_update_and_append_modes_are_libtiffs) {
+  ScratchDir dir;
+  const std::string path = dir.path("two.tif");
+  write_multi_directory_file(path, 2);
+
+  const Array r = open_file(path, "r");
+  EXPECT_EQ(TIFFGetMode(handle_of(r)), O_RDONLY);
+  EXPECT_EQ(width_of(handle_of(r)), 8u);
+  const Array rw = open_file(path, "r+");
+  EXPECT_EQ(TIFFGetMode(handle_of(rw)), O_RDWR);
+  EXPECT_TRUE(call("close", {r}).ok());
+  EXPECT_TRUE(call("close", {rw}).ok());
+
+  // "a" adds a directory behind the existing ones.
+  const Array a = open_file(path, "a");
+  EXPECT_EQ(TIFFGetMode(handle_of(a)), O_RDWR);
+  fill_directory(handle_of(a), 40);
+  EXPECT_TRUE(call("writeDirectory", {a}).ok());
+  EXPECT_TRUE(call("close", {a}).ok());
+  TiffHandle check(path, "r");
+  EXPECT_EQ(TIFFNumberOfDirectories(check), 3);
+  ASSERT_TRUE(TIFFSetDirectory(check, 2));
+  EXPECT_EQ(width_of(check), 40u);
+
+  // libtiff refuses these modes; the module passes them on unexamined.
+  for (const char* mode : {"q", "", "+r"}) {
+    const auto bad = call("open", {str(path), str(mode)});
+    EXPECT_EQ(bad.error_id(), tiff_id("unableToOpenFile")) << mode;
+  }
+  EXPECT_EQ(call("open", {str(dir.path("missing.tif")), str("r")}).error_id(), tiff_id("unableToOpenFile"));
+}
+
+TEST(files_test, non_ascii_names_open_that_file_and_are_reported_as_given) {
+  ScratchDir dir;
+  const std::u16string leaf = u"gr\u00FCn-\u0436-\U0001F600.tif";
+  const std::string utf8_leaf = "gr\xC3\xBCn-\xD0\xB6-\xF0\x9F\x98\x80.tif";
+  {
+    TiffHandle out(dir.path(utf8_leaf), "w");
+    set_basic_tags(out, 37, 3);
+    write_chunks(out, [](std::uint32_t, std::size_t) { return std::uint8_t{1}; });
+  }
+  std::u16string full;
+  for (char c : dir.path("")) full += static_cast<char16_t>(static_cast<unsigned char>(c));  // ASCII temp dir
+  full += leaf;
+
+  const auto opened = call("open", {Array::text(full), str("r")});
+  ASSERT_TRUE(opened.ok()) << opened.error_id();
+  EXPECT_EQ(width_of(handle_of(opened.out())), 37u);
+  EXPECT_EQ(std::string(TIFFFileName(handle_of(opened.out()))), dir.path(utf8_leaf));
+  EXPECT_TRUE(call("close", {opened.out()}).ok());
+
+  // The error carries the UTF-16 name exactly as the caller gave it.
+  const std::u16string missing = full + u"-missing";
+  const auto r = call("open", {Array::text(missing), str("r")});
+  EXPECT_EQ(r.error_id(), tiff_id("unableToOpenFile"));
+  ASSERT_EQ(r.error->arguments.size(), 1u);
+  EXPECT_EQ(boost::get<std::u16string>(r.error->arguments[0]), missing);
+  EXPECT_NE(r.error->message.find(utf8_leaf + "-missing"), std::string::npos);
+}
+
+TEST(files_test, open_refuses_bad_operands_cleanly) {
+  ScratchDir dir;
+  const std::string path = dir.path("a.tif");
+  write_multi_directory_file(path, 1);
+
+  // Not text: the file name is checked first.
+  const Array not_text[] = {num(1), num(kNaN), num(-kInf), Array(), Array::uint64(1), Array::logical(true),
+                            Array::cell({str(path)})};
+  for (const Array& value : not_text) {
+    SCOPED_TRACE(value.class_name());
+    auto r = call("open", {value, str("r")});
+    EXPECT_EQ(r.error_id(), tiff_id("argumentWasNotChar"));
+    EXPECT_EQ(boost::get<std::string>(r.error->arguments.at(0)), "file");
+    r = call("open", {str(path), value});
+    EXPECT_EQ(r.error_id(), tiff_id("argumentWasNotChar"));
+    EXPECT_EQ(boost::get<std::string>(r.error->arguments.at(0)), "access mode");
+    r = call("open", {value, value});
+    EXPECT_EQ(boost::get<std::string>(r.error->arguments.at(0)), "file");
+  }
+
+  // Text that names no file: empty, a 2 x N character matrix, very long,
+  // and a name with a NUL in it, which must not open the file before the NUL.
+  const std::vector<Array> no_file = {
+      str(""),
+      Array::of<char16_t>(zvCHAR_CLASS, {2, 2}, {u'a', u'b', u'c', u'd'}),
+      str(std::string(5000, 'x')),
+      Array::text(std::u16string(path.begin(), path.end()) + u'\0' + u"junk"),
+  };
+  for (const Array& name : no_file)
+    EXPECT_EQ(call("open", {name, str("r")}).error_id(), tiff_id("unableToOpenFile"));
+}
+
+TEST(files_test, close_is_silent_for_closed_and_unknown_identifiers) {
+  ScratchDir dir;
+  write_multi_directory_file(dir.path("a.tif"), 1);
+  const Array id = open_file(dir.path("a.tif"));
+  auto r = call("close", {id});
+  EXPECT_TRUE(r.ok());
+  EXPECT_TRUE(r.outputs.size() <= 1 && (r.outputs.empty() || !r.outputs[0]));  // yields nothing
+  r = call("close", {id});
+  EXPECT_TRUE(r.ok()) << r.error_id();
+  EXPECT_TRUE(r.warnings.empty());
+  // Never opened, but not 0: "close" does not consult libtiff for it.
+  EXPECT_TRUE(call("close", {Array::uint64(0xDEADBEEF)}).ok());
+
+  // Identifiers that read as 0 are badFileId; values that are no uint64 at
+  // all are out of bounds.
+  const Array zero_like[] = {Array::uint64(0), num(0), num(kNaN), Array(), str("abc"), Array::cell({num(1)}),
+                             Array::of<std::uint64_t>(zvUINT64_CLASS, {1, 2}, {0, 0xDEADBEEF})};
+  for (const Array& value : zero_like) EXPECT_EQ(call("close", {value}).error_id(), tiff_id("badFileId"));
+  for (double v : {-1.0, kInf, -kInf, 1e300, 18446744073709551616.0})
+    EXPECT_EQ(call("close", {num(v)}).error_id(), validate_id("argumentOutOfBounds")) << v;
+}
+
+TEST(files_test, registered_commands_refuse_identifiers_not_in_the_registry) {
+  ScratchDir dir;
+  write_multi_directory_file(dir.path("a.tif"), 2);
+  const Array id = open_file(dir.path("a.tif"));
+
+  // The identifier's class is not checked: the same value as a double
+  // addresses the same file.
+  const auto as_double = call("currentDirectory", {num(static_cast<double>(id.at<std::uint64_t>(0)))});
+  ASSERT_TRUE(as_double.ok());
+  EXPECT_EQ(as_double.out().number(), 1);
+  // Only the first element counts.
+  const Array pair = Array::of<std::uint64_t>(zvUINT64_CLASS, {1, 2}, {id.at<std::uint64_t>(0), 0});
+  EXPECT_TRUE(call("currentDirectory", {pair}).ok());
+  ASSERT_TRUE(call("close", {id}).ok());
+
+  const std::vector<std::pair<const char*, std::vector<Array>>> registered = {
+      {"currentDirectory", {}}, {"lastDirectory", {}},   {"setDirectory", {num(0)}},
+      {"setSubDirectory", {num(8)}}, {"readDirectory", {}}, {"writeDirectory", {}},
+      {"rewriteDirectory", {}},
+  };
+  for (const Array& stale : {id, Array::uint64(8), Array::uint64(UINT64_MAX), num(4096)}) {
+    for (const auto& [command, rest] : registered) {
+      std::vector<Array> operands = {stale};
+      operands.insert(operands.end(), rest.begin(), rest.end());
+      EXPECT_EQ(call(command, operands).error_id(), tiff_id("invalidFileId")) << command;
+    }
+  }
+  // Both levels refuse identifiers that read as 0 or out of range.
+  for (const char* command : {"currentDirectory", "lastDirectory", "readDirectory", "writeDirectory",
+                              "rewriteDirectory", "numberOfStrips", "numberOfTiles", "isTiled"}) {
+    SCOPED_TRACE(command);
+    EXPECT_EQ(call(command, {Array::uint64(0)}).error_id(), tiff_id("badFileId"));
+    EXPECT_EQ(call(command, {num(kNaN)}).error_id(), tiff_id("badFileId"));
+    EXPECT_EQ(call(command, {Array()}).error_id(), tiff_id("badFileId"));
+    EXPECT_EQ(call(command, {num(-1)}).error_id(), validate_id("argumentOutOfBounds"));
+    EXPECT_EQ(call(command, {num(kInf)}).error_id(), validate_id("argumentOutOfBounds"));
+  }
+  EXPECT_EQ(call("setDirectory", {Array::uint64(0), num(0)}).error_id(), tiff_id("badFileId"));
+  EXPECT_EQ(call("setSubDirectory", {Array::uint64(0), num(8)}).error_id(), tiff_id("badFileId"));
+}
+
+}  // namespace

@@ -1,0 +1,57 @@
+#pragma once
+/// Test support for the gateway, file and directory tests: identifiers as
+/// the host sees them, the handle behind a file identifier, raw file bytes,
+/// and files with a particular quirk, all written with libtiff directly.
+
+#include "host/embedded/session.h"
+#include "host/msgid.h"
+
+#include <tiffio.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tiffgate::testing {
+
+/// "Quarn:imagesci:Tiff:<name>" and "Quarn:imagesci:validate:<name>".
+inline std::string tiff_id(const std::string& name) { return "Quarn:imagesci:Tiff:" + name; }
+inline std::string validate_id(const std::string& name) { return "Quarn:imagesci:validate:" + name; }
+
+/// The libtiff handle held by a file identifier, so that a test can check
+/// the gateway's work with libtiff itself.
+inline TIFF* handle_of(const embedded::Array& id) {
+  return reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(id.at<std::uint64_t>(0)));
+}
+
+/// What a direct (handler-free) call raised: its identifier and arguments;
+/// an empty identifier when it raised nothing.
+struct Raised {
+  std::string id;
+  std::vector<Quarn::MsgArg> arguments;
+};
+template <class F>
+Raised raised(F&& f) {
+  try {
+    f();
+  } catch (const Quarn::IMsgIDException& e) {
+    return {e.GetID(), e.GetBaseMsgIDObj().arguments()};
+  }
+  return {};
+}
+
+std::vector<unsigned char> file_bytes(const std::string& path);
+
+/// A file of `count` stripped 8 x 2 grey directories in which directory
+/// `tagged` (0-based) also carries private tag 65000, which no reader knows.
+void write_file_with_private_tag(const std::string& path, int count, int tagged);
+
+/// Rewrites the value of the first directory's SubIFD entry (a classic,
+/// little-endian file with one SubIFD, as libtiff writes it here).
+void patch_first_subifd(const std::string& path, std::uint32_t offset);
+
+/// Points the descriptor under a libtiff handle at a read-only descriptor of
+/// the same file, so that libtiff's next write fails.
+void make_writes_fail(TIFF* tif, const std::string& path);
+
+}  // namespace tiffgate::testing
