@@ -51,7 +51,9 @@ struct zvArray {
   template <class T>
   static zvArray of(zvClassID cls, Dims dims, const std::vector<T>& values) {
     zvArray a(cls, std::move(dims), false);
-    std::memcpy(a.data(), values.data(), std::min(values.size() * sizeof(T), a.byte_size()));
+    // An empty array has no data block, and memcpy must not see a null pointer.
+    const std::size_t bytes = std::min(values.size() * sizeof(T), a.byte_size());
+    if (bytes > 0) std::memcpy(a.data(), values.data(), bytes);
     return a;
   }
   static zvArray cell(std::vector<zvArray> elements);  ///< 1xN
