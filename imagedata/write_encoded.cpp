@@ -1,12 +1,150 @@
+#include "files/files.h"
+#include "gateway/convert.h"
 #include "gateway/errors.h"
 #include "gateway/handlers.h"
+#include "imagedata/layout.h"
+#include "imagedata/pack_kernels.h"
+#include "imagedata/write_config.h"
+
+#include <tiffio.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
 
 namespace tiffgate {
+namespace {
 
-// Not built yet: refuse the command by name rather than do anything half-way.
-TG_HANDLER(handle_write_encoded_strip) { raise(Tiff::InvalidOperation(entry.name)); }
+using detail::Int;
 
-// Not built yet: refuse the command by name rather than do anything half-way.
-TG_HANDLER(handle_write_encoded_tile) { raise(Tiff::InvalidOperation(entry.name)); }
+/// What differs between the strip writer and the tile writer.
+struct ChunkKind {
+  bool tiled;
+  std::uint32_t (*count)(TIFF*);
+  tmsize_t (*size)(TIFF*);
+  tmsize_t (*write)(TIFF*, std::uint32_t, void*, tmsize_t);
+  void (*too_large)(Int chunks);
+  void (*write_failed)(Int oneBasedChunk);
+  void (*rows_cut)(Int chunkRows, Int dataRows);
+  void (*columns_cut)(Int chunkColumns, Int dataColumns);
+};
+
+const ChunkKind kStrips = {
+    false,
+    TIFFNumberOfStrips,
+    TIFFStripSize,
+    TIFFWriteEncodedStrip,
+    [](Int chunks) { raise(Tiff::stripNumberTooLarge(chunks)); },
+    [](Int chunk) { raise(Tiff::stripWriteFailure(chunk)); },
+    [](Int chunkRows, Int rows) { warn(Tiff::dataLengthExceedsRowsPerStrip(chunkRows, rows)); },
+    [](Int chunkColumns, Int columns) { warn(Tiff::dataWidthExceedsImageWidth(chunkColumns, columns)); },
+};
+
+const ChunkKind kTiles = {
+    true,
+    TIFFNumberOfTiles,
+    TIFFTileSize,
+    TIFFWriteEncodedTile,
+    [](Int chunks) { raise(Tiff::tileNumberTooLarge(chunks)); },
+    [](Int chunk) { raise(Tiff::tileWritefailure(chunk)); },
+    [](Int chunkRows, Int rows) { warn(Tiff::dataLengthExceedsTileLength(chunkRows, rows)); },
+    [](Int chunkColumns, Int columns) { warn(Tiff::dataWidthExceedsTileWidth(chunkColumns, columns)); },
+};
+
+Int as_int(std::size_t x) { return static_cast<Int>(x); }
+
+/// An array as the kernels see it. An empty array is seen as 0 x 0 x 0,
+/// so that no kernel reads from it whatever its other dimensions say.
+detail::HostView view_of(const zvArray* image) {
+  if (zvIsEmpty(image)) return {nullptr, 0, 0, 0};
+  const std::size_t* dims = zvGetDimensions(image);
+  const std::size_t planes = zvGetNumberOfDimensions(image) >= 3 ? dims[2] : 1;
+  return {static_cast<const unsigned char*>(zvGetData(image)), dims[0], dims[1], planes};
+}
+
+/// Bytes per sample of the element and YCbCr packers; 0 for a depth they
+/// cannot move.
+std::size_t element_bytes(std::uint16_t bits) {
+  return bits == 8 || bits == 16 || bits == 32 || bits == 64 ? bits / 8u : 0;
+}
+
+/// Cuts the data to the chunk (with a warning for each cut, rows first) and
+/// packs it into the zero-filled buffer.
+void fit_and_pack(const ChunkKind& kind, const ImageLayout& layout, const zvArray* const images[],
+                  std::uint32_t chunk, std::vector<unsigned char>& buffer) {
+  const std::size_t width = layout.chunkWidth;
+  const std::size_t length = layout.chunkLength;
+  const std::size_t* dims = zvGetDimensions(images[0]);
+  std::size_t rows = dims[0];
+  std::size_t columns = dims[1];
+  if (rows > length) {
+    kind.rows_cut(as_int(length), as_int(rows));
+    rows = length;
+  }
+  if (columns > width) {
+    kind.columns_cut(as_int(width), as_int(columns));
+    columns = width;
+  }
+
+  const detail::ChunkView out{buffer.data(), width, layout.samplesPerChunk};
+  // libtiff sizes the chunk; a size it could not compute (0, or less than
+  // the layout implies, as for an odd subsampling) is a chunk it cannot write.
+  const auto require = [&](std::size_t bytes) {
+    if (buffer.empty() || buffer.size() < bytes) kind.write_failed(Int{chunk} + 1);
+  };
+  const detail::HostView first = view_of(images[0]);
+  rows = std::min(rows, first.rows);
+  columns = std::min(columns, first.columns);
+
+  if (layout.bitsPerSample == 1) {
+    require(detail::bit_chunk_bytes(width, length, out.samples));
+    detail::pack_bits(first, rows, columns, out);
+    return;
+  }
+  const std::size_t bytes = element_bytes(layout.bitsPerSample);
+  if (is_raw_ycbcr(layout)) {
+    const detail::YCbCrPacker pack = detail::ycbcr_packer(bytes);
+    if (pack == nullptr) raise(Tiff::unhandledBitsPerSample(Int{layout.bitsPerSample}));
+    const detail::Subsampling subsampling{layout.ycbcrSubsampling[0], layout.ycbcrSubsampling[1]};
+    require(detail::ycbcr_chunk_bytes(width, length, subsampling, bytes));
+    const detail::HostView cb = view_of(images[1]);
+    const detail::HostView cr = view_of(images[2]);
+    // Empty chroma planes give nothing to put into a unit.
+    if (cb.rows == 0 || cr.rows == 0) return;
+    pack(first, cb, cr, rows, columns, subsampling, out);
+    return;
+  }
+  const detail::ElementPacker pack = detail::element_packer(bytes, out.samples);
+  if (pack == nullptr) raise(Tiff::unhandledBitsPerSample(Int{layout.bitsPerSample}));
+  require(detail::element_chunk_bytes(width, length, out.samples, bytes));
+  pack(first, rows, columns, out);
+}
+
+void write_encoded(const ChunkKind& kind, int nOperands, const zvArray* operands[]) {
+  TIFF* tif = basic_file_id(operands[0]);
+  ImageLayout layout;
+  readImageLayout(tif, layout);
+  const zvArray* const* images = operands + 2;
+  validate_write_configuration(layout, images, static_cast<std::size_t>(nOperands - 2));
+
+  // The strip writer on a tiled file raises the tile writer's kind as well.
+  if ((TIFFIsTiled(tif) != 0) != kind.tiled) raise(Tiff::tiledOperationOnStrippedImage());
+  const std::uint32_t chunk = indexToUInt32(operands[1]);
+  const std::uint32_t chunks = kind.count(tif);
+  if (chunk >= chunks) kind.too_large(Int{chunks});
+
+  const tmsize_t size = kind.size(tif);
+  std::vector<unsigned char> buffer(size > 0 ? static_cast<std::size_t>(size) : 0u);
+  fit_and_pack(kind, layout, images, chunk, buffer);
+  // libtiff may rewrite the buffer in place (a predictor differences it), so
+  // it is given our own copy, never the host's memory.
+  if (kind.write(tif, chunk, buffer.data(), size) < 0) kind.write_failed(Int{chunk} + 1);
+}
+
+}  // namespace
+
+TG_HANDLER(handle_write_encoded_strip) { write_encoded(kStrips, nOperands, operands); }
+
+TG_HANDLER(handle_write_encoded_tile) { write_encoded(kTiles, nOperands, operands); }
 
 }  // namespace tiffgate

@@ -7,6 +7,10 @@
 #include <new>
 #include <stdexcept>
 
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>  // ASAN_POISON_MEMORY_REGION
+#endif
+
 namespace tiffgate::embedded {
 
 std::size_t element_size(zvClassID cls) {
@@ -68,8 +72,14 @@ void zvArray::allocate(bool zero) {
   if (numel_ > SIZE_MAX / size) throw std::bad_alloc();
   const std::size_t bytes = numel_ * size;
   // 64-byte alignment lets the copy kernels use aligned vector stores.
-  void* p = std::aligned_alloc(64, (bytes + 63) / 64 * 64);
+  const std::size_t rounded = (bytes + 63) / 64 * 64;
+  void* p = std::aligned_alloc(64, rounded);
   if (p == nullptr) throw std::bad_alloc();
+#if defined(__SANITIZE_ADDRESS__)
+  // The rounding is padding, not array: a read past the array's end must
+  // still be caught by the sanitizer build.
+  ASAN_POISON_MEMORY_REGION(static_cast<unsigned char*>(p) + bytes, rounded - bytes);
+#endif
   if (zero) std::memset(p, 0, bytes);
   data_.reset(static_cast<unsigned char*>(p));
 }

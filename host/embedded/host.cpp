@@ -126,11 +126,11 @@ void zvReportErrMsgId(const Quarn::IMsgIDException&) {
 }
 
 void zvWarningMsgId(const Quarn::BaseMsgID& kind) {
-  state().warnings.push_back({kind.identifier(), kind.message()});
+  state().warnings.push_back({kind.identifier(), kind.message(), kind.arguments()});
 }
 
 void zvWarning(const char* identifier, const std::string& message) {
-  state().warnings.push_back({identifier, message});
+  state().warnings.push_back({identifier, message, {}});
 }
 
 namespace tiffgate::embedded {

@@ -15,6 +15,7 @@ namespace tiffgate::embedded {
 struct Warning {
   std::string identifier;
   std::string message;
+  std::vector<Quarn::MsgArg> arguments;  ///< empty for libtiff's own messages
 };
 
 struct Error {

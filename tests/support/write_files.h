@@ -1,0 +1,90 @@
+#pragma once
+/// Test support for the write commands: files created through the module
+/// whose tags are set with libtiff directly, host arrays filled from a
+/// function, and two independent decoders of what was written (libtiff
+/// alone, and tifffile under /usr/bin/python3).
+
+#include "support/tiff_files.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tiffgate::testing {
+
+/// Tags of a test image, set with TIFFSetField in a workable order.
+struct ImageTags {
+  std::uint32_t width = 16;
+  std::uint32_t length = 16;
+  std::uint16_t bits = 8;
+  std::uint16_t samples = 1;
+  std::uint16_t photometric = PHOTOMETRIC_MINISBLACK;
+  std::uint16_t planar = PLANARCONFIG_CONTIG;
+  std::uint16_t compression = COMPRESSION_NONE;
+  std::uint16_t sampleFormat = SAMPLEFORMAT_UINT;
+  std::uint32_t rowsPerStrip = 0;  ///< 0: not set
+  std::uint32_t tile = 0;          ///< tile width and length; 0: stripped
+  std::uint16_t extraSamples = 0;  ///< that many unassociated alpha samples
+  std::uint16_t subsampling[2] = {0, 0};  ///< YCbCr; {0, 0}: not set
+  int jpegColorMode = -1;          ///< -1: not set
+};
+void set_tags(TIFF* tif, const ImageTags& tags);
+
+/// A file opened through the module's "open"; tif() is its libtiff handle
+/// (the identifier's value), for setting tags directly.
+class ModuleFile {
+ public:
+  explicit ModuleFile(const std::string& path, const char* mode = "w");
+  ~ModuleFile();
+  ModuleFile(const ModuleFile&) = delete;
+  ModuleFile& operator=(const ModuleFile&) = delete;
+  TIFF* tif() const;
+  const embedded::Array& id() const { return id_; }
+  /// "writeEncodedStrip" or "writeEncodedTile" with chunk number and arrays.
+  embedded::CallResult write(bool tiled, embedded::Array chunk, std::vector<embedded::Array> images) const;
+  void close();
+
+ private:
+  embedded::Array id_;
+  bool open_ = false;
+};
+
+/// A host array of class cls, element (r, c, k) = value(r, c, k) as T.
+template <class T>
+embedded::Array host_array(zvClassID cls, std::vector<std::size_t> dims,
+                           const std::function<T(std::size_t, std::size_t, std::size_t)>& value) {
+  const std::size_t m = dims[0], n = dims[1], s = dims.size() > 2 ? dims[2] : 1;
+  std::vector<T> data(m * n * s);
+  for (std::size_t k = 0; k < s; ++k)
+    for (std::size_t c = 0; c < n; ++c)
+      for (std::size_t r = 0; r < m; ++r) data[r + c * m + k * m * n] = value(r, c, k);
+  return embedded::Array::of(cls, std::move(dims), data);
+}
+
+/// One chunk as libtiff alone decodes it (JPEG YCbCr stays raw).
+std::vector<std::uint8_t> libtiff_chunk(const std::string& path, std::uint32_t chunk);
+
+/// The image as tifffile decodes it: numpy dtype text, shape, C-order bytes
+/// (1-bit images as one byte per sample).
+struct Decoded {
+  std::string dtype;
+  std::vector<std::size_t> shape;
+  std::vector<std::uint8_t> bytes;
+};
+Decoded tifffile_decode(const std::string& path);
+
+/// Error and warning identifiers as the host sees them.
+inline std::string tiff_id(const std::string& kind) { return "Quarn:imagesci:Tiff:" + kind; }
+using Args = std::vector<Quarn::MsgArg>;
+/// Arguments as text, e.g. ("RGB", 3), so that a test failure shows them.
+std::string args_text(const Args& args);
+/// The identifier and arguments of a failed call, as text.
+inline std::string error_text(const embedded::CallResult& r) {
+  return r.error ? r.error->identifier + args_text(r.error->arguments) : "no error";
+}
+inline std::string kind_text(const std::string& kind, const Args& args) { return tiff_id(kind) + args_text(args); }
+/// The same for the warnings of a call, in order.
+std::vector<std::string> warning_texts(const embedded::CallResult& r);
+
+}  // namespace tiffgate::testing
