@@ -290,6 +290,25 @@ TEST(get_field, curves_inks_planes_tiles_and_sub_directories) {
   call("close", {id});
 }
 
+TEST(get_field, tile_arrays_of_a_file_being_written) {
+  ScratchDir dir;
+  const Array id = open_file(dir.path("growing.tif"), "w");
+  // Set up through libtiff on the module's own handle, which is what the
+  // identifier holds.
+  TIFF* tif = reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(id.at<std::uint64_t>(0)));
+  set_basic_tags(tif, 40, 40, 8, 1, 0, 16);
+  EXPECT_EQ(error_of(get(id, 324)), "Quarn:imagesci:Tiff:tagRetrievalFailed(TileOffsets)");
+  write_chunks(tif, [](std::uint32_t, std::size_t) { return std::uint8_t{1}; });
+  // libtiff lets the image grow while it is written; its tile count follows
+  // at once, its arrays (9 tiles) only when it writes the next tile.
+  ASSERT_TRUE(TIFFSetField(tif, TIFFTAG_IMAGELENGTH, 80));
+  ASSERT_EQ(TIFFNumberOfTiles(tif), 15u);
+  std::vector<double> counts(15, 0.0);
+  std::fill(counts.begin(), counts.begin() + 9, 256.0);
+  expect_value(get(id, 325), zvUINT64_CLASS, {1, 15}, counts, "TileByteCounts");
+  call("close", {id});
+}
+
 TEST(get_field, codec_tags_need_their_codec) {
   ScratchDir dir;
   const std::string path = dir.path("deflate.tif");
