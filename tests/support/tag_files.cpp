@@ -1,6 +1,7 @@
 #include "support/tag_files.h"
 
 #include "gateway/text.h"
+#include "support/tiff_files.h"
 
 #include <cstring>
 #include <fstream>
@@ -20,6 +21,15 @@ T read_le(const std::vector<unsigned char>& bytes, std::size_t at) {
 }
 
 }  // namespace
+
+void write_tiff(const std::string& path, const std::function<void(TIFF*)>& tags, std::uint32_t width,
+                std::uint32_t length, std::uint16_t bits, std::uint16_t samples, std::uint32_t rowsPerStrip,
+                std::uint32_t tileSize) {
+  TiffHandle out(path, "w");
+  set_basic_tags(out, width, length, bits, samples, rowsPerStrip, tileSize);
+  tags(out);
+  write_chunks(out, [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
+}
 
 void patch_first_ifd_short(const std::string& path, std::uint16_t tag, std::uint16_t value) {
   std::vector<unsigned char> bytes;
