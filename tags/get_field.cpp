@@ -52,6 +52,8 @@ zvArray* make_row(const T* values, std::size_t n, zvClassID cls = zvDOUBLE_CLASS
 }
 
 /// libtiff reported success but handed no data for a value that has some.
+/// unableToReadTag reports this and the unreadable fields: the same kind
+/// re-tested on a read that passed its guard could never fire.
 void require_data(const void* data, std::size_t count, std::uint32_t tag) {
   if (count > 0 && data == nullptr) raise(Tiff::unableToReadTag(static_cast<detail::Int>(tag)));
 }
