@@ -35,8 +35,8 @@ const CatalogueEntry kCatalogue[] = {
     {"Quarn:imagesci:Tiff:unhandledTagId", "Tag {1} cannot be handled."},
     {"Quarn:imagesci:Tiff:unableToReadTag", "Unable to read tag {1}."},
     {"Quarn:imagesci:Tiff:tagRetrievalFailed", "Unable to retrieve tag {1}."},
-    {"Quarn:imagesci:Tiff:badMultipleTagValueRetrieved", "Tag {1} ({2}) returned {3} values where one was expected."},
-    {"Quarn:imagesci:Tiff:wrongSizedTagRetrieval", "Tag {1} ({2}) returned an unexpected number of values ({3})."},
+    {"Quarn:imagesci:Tiff:badMultipleTagValueRetrieved", "Tag {2} returned {1} values, which is not a multiple of {3}."},
+    {"Quarn:imagesci:Tiff:wrongSizedTagRetrieval", "Tag {2} returned {3} values where {1} were expected."},
     {"Quarn:imagesci:Tiff:badPlanarConfiguration", "Bad PlanarConfiguration value {1}."},
     {"Quarn:imagesci:Tiff:badTransferFunctionSppCombination", "TransferFunction cannot be read with SamplesPerPixel {1}."},
 

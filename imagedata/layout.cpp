@@ -1,29 +1,21 @@
 #include "imagedata/layout.h"
 
 #include "gateway/errors.h"
+#include "tags/tag_read.h"
 
 #include <tiffio.h>
 
 namespace tiffgate {
-namespace {
-
-// TIFFGetField for a tag whose absence makes the directory unusable.
-template <class... Destinations>
-void get_checked(TIFF* tif, ttag_t tag, const char* name, Destinations*... destinations) {
-  if (!TIFFGetField(tif, tag, destinations...)) raise(Tiff::tagRetrievalFailed(name));
-}
-
-}  // namespace
 
 void readImageLayout(TIFF* tif, ImageLayout& layout) {
   layout.tif = tif;
-  get_checked(tif, TIFFTAG_IMAGELENGTH, "ImageLength", &layout.imageLength);
-  get_checked(tif, TIFFTAG_IMAGEWIDTH, "ImageWidth", &layout.imageWidth);
+  get_tag_checked(tif, TIFFTAG_IMAGELENGTH, "ImageLength", &layout.imageLength);
+  get_tag_checked(tif, TIFFTAG_IMAGEWIDTH, "ImageWidth", &layout.imageWidth);
   if (TIFFIsTiled(tif)) {
     layout.isTiled = true;
     layout.rowsPerStrip = 0;
-    get_checked(tif, TIFFTAG_TILELENGTH, "TileLength", &layout.tileLength);
-    get_checked(tif, TIFFTAG_TILEWIDTH, "TileWidth", &layout.tileWidth);
+    get_tag_checked(tif, TIFFTAG_TILELENGTH, "TileLength", &layout.tileLength);
+    get_tag_checked(tif, TIFFTAG_TILEWIDTH, "TileWidth", &layout.tileWidth);
     layout.chunkWidth = layout.tileWidth;
     layout.chunkLength = layout.tileLength;
   } else {
@@ -37,7 +29,7 @@ void readImageLayout(TIFF* tif, ImageLayout& layout) {
     layout.chunkLength = layout.rowsPerStrip;
     layout.chunkWidth = layout.imageWidth;
   }
-  get_checked(tif, TIFFTAG_PHOTOMETRIC, "PhotometricInterpretation", &layout.photometric);
+  get_tag_checked(tif, TIFFTAG_PHOTOMETRIC, "PhotometricInterpretation", &layout.photometric);
 
   TIFFGetFieldDefaulted(tif, TIFFTAG_BITSPERSAMPLE, &layout.bitsPerSample);
   TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &layout.samplesPerPixel);
@@ -64,7 +56,7 @@ void readImageLayout(TIFF* tif, ImageLayout& layout) {
       TIFFGetField(tif, TIFFTAG_JPEGCOLORMODE, &layout.jpegColorMode, &layout.jpegColorMode);
   }
   if (layout.photometric == PHOTOMETRIC_LOGL || layout.photometric == PHOTOMETRIC_LOGLUV)
-    get_checked(tif, TIFFTAG_SGILOGDATAFMT, "SgiLogDataFmt", &layout.sgiLogDataFmt);
+    get_tag_checked(tif, TIFFTAG_SGILOGDATAFMT, "SgiLogDataFmt", &layout.sgiLogDataFmt);
 
   layout.mode = TIFFGetMode(tif);
 }

@@ -1,9 +1,329 @@
+// "getField": one tag of the current directory as one host value. Each tag
+// the command reads has one row below naming its reader; every reader knows
+// the exact argument types libtiff hands that tag back in.
+
+#include "files/files.h"
+#include "gateway/convert.h"
 #include "gateway/errors.h"
 #include "gateway/handlers.h"
+#include "tags/tag_names.h"
+#include "tags/tag_read.h"
+
+#include <tiffio.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+#include <string>
+
+// The InkNames reader relies on libtiff keeping NumberOfInks equal to the
+// number of names in the InkNames buffer, which it does from 4.5 on.
+static_assert(TIFFLIB_VERSION >= 20221213, "libtiff 4.5 or later is required");
 
 namespace tiffgate {
+namespace {
 
-// Not built yet: refuse the command by name rather than do anything half-way.
-TG_HANDLER(handle_get_field) { raise(Tiff::InvalidOperation(entry.name)); }
+/// What a reader is given: the tag, its table name, and the row's size
+/// (values per matrix row, expected or fixed count) where its form has one.
+struct TagRef {
+  std::uint32_t number;
+  const std::string& name;
+  std::uint32_t size;
+};
+using Reader = zvArray* (*)(TIFF*, const TagRef&);
+
+// --- host values ---
+
+/// A rows x columns host array of class cls whose element (r, c) is value(r, c).
+template <class Out, class Value>
+zvArray* make_matrix(std::size_t rows, std::size_t columns, zvClassID cls, Value value) {
+  const std::size_t dims[2] = {rows, columns};
+  zvArray* array = zvCreateUninitNumericArray(2, dims, cls);
+  auto* out = static_cast<Out*>(zvGetData(array));
+  for (std::size_t c = 0; c < columns; ++c)
+    for (std::size_t r = 0; r < rows; ++r) out[c * rows + r] = static_cast<Out>(value(r, c));
+  return array;
+}
+
+/// A 1 x n row of class cls holding values[0 .. n).
+template <class Out, class T>
+zvArray* make_row(const T* values, std::size_t n, zvClassID cls = zvDOUBLE_CLASS) {
+  return make_matrix<Out>(1, n, cls, [values](std::size_t, std::size_t c) { return values[c]; });
+}
+
+/// libtiff reported success but handed no data for a value that has some.
+/// unableToReadTag reports this and the unreadable fields: the same kind
+/// re-tested on a read that passed its guard could never fire.
+void require_data(const void* data, std::size_t count, std::uint32_t tag) {
+  if (count > 0 && data == nullptr) raise(Tiff::unableToReadTag(static_cast<detail::Int>(tag)));
+}
+
+// --- the forms ---
+
+zvArray* read_text(TIFF* tif, const TagRef& tag) {
+  const char* text = nullptr;
+  get_tag_checked(tif, tag.number, tag.name, &text);
+  return zvCreateString(text);
+}
+
+template <class T>
+zvArray* read_scalar(TIFF* tif, const TagRef& tag) {
+  T value{};
+  get_tag_checked(tif, tag.number, tag.name, &value);
+  return zvCreateDoubleScalar(static_cast<double>(value));
+}
+
+template <class T>
+zvArray* read_scalar_defaulted(TIFF* tif, const TagRef& tag) {
+  T value{};
+  TIFFGetFieldDefaulted(tif, tag.number, &value);
+  return zvCreateDoubleScalar(static_cast<double>(value));
+}
+
+// Pairs come back through two pointers, one per value.
+zvArray* read_pair(TIFF* tif, const TagRef& tag) {
+  std::uint16_t pair[2] = {};
+  get_tag_checked(tif, tag.number, tag.name, &pair[0], &pair[1]);
+  return make_row<double>(pair, 2);
+}
+
+zvArray* read_pair_defaulted(TIFF* tif, const TagRef& tag) {
+  std::uint16_t pair[2] = {};
+  TIFFGetFieldDefaulted(tif, tag.number, &pair[0], &pair[1]);
+  return make_row<double>(pair, 2);
+}
+
+/// A counted value: a 16-bit count, then the values. The count and the
+/// array are libtiff's own record of one stored value, so they agree.
+template <class T>
+struct Counted {
+  const T* values = nullptr;
+  std::uint16_t count = 0;
+};
+
+template <class T>
+Counted<T> get_counted(TIFF* tif, const TagRef& tag) {
+  std::uint16_t count = 0;
+  T* values = nullptr;
+  get_tag_checked(tif, tag.number, tag.name, &count, &values);
+  require_data(values, count, tag.number);
+  return {values, count};
+}
+
+/// A counted value as a 1 x count row; a size other than 0 is the count
+/// expected, and any other count is returned after a warning.
+template <class T, class Out, zvClassID kClass>
+zvArray* read_counted_row(TIFF* tif, const TagRef& tag) {
+  const Counted<T> value = get_counted<T>(tif, tag);
+  if (tag.size != 0 && value.count != tag.size)
+    warn(Tiff::wrongSizedTagRetrieval(tag.size, tag.name, value.count));
+  return make_row<Out>(value.values, value.count, kClass);
+}
+
+/// A counted value as a matrix of `size` columns, one record per row.
+template <class T>
+zvArray* read_counted_rows(TIFF* tif, const TagRef& tag) {
+  const Counted<T> value = get_counted<T>(tif, tag);
+  const std::uint32_t columns = tag.size;
+  if (value.count % columns != 0)
+    raise(Tiff::badMultipleTagValueRetrieved(value.count, tag.name, columns));
+  const T* values = value.values;
+  return make_matrix<double>(value.count / columns, columns, zvDOUBLE_CLASS,
+                             [values, columns](std::size_t r, std::size_t c) { return values[r * columns + c]; });
+}
+
+zvArray* read_planar_configuration(TIFF* tif, const TagRef&) {
+  std::uint16_t value = 0;
+  TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &value);
+  if (value != PLANARCONFIG_CONTIG && value != PLANARCONFIG_SEPARATE)
+    raise(Tiff::badPlanarConfiguration(value));
+  return zvCreateDoubleScalar(value);
+}
+
+/// A rational array of fixed length (the row's size). libtiff stores these
+/// tags only when the file holds exactly that many values.
+zvArray* read_rational_vector(TIFF* tif, const TagRef& tag) {
+  float* values = nullptr;
+  get_tag_checked(tif, tag.number, tag.name, &values);
+  require_data(values, tag.size, tag.number);
+  return make_row<double>(values, tag.size);
+}
+
+/// An uninterpreted block: a 32-bit count and the bytes. The count may be
+/// of wider elements; copying count bytes stays within the block either way.
+struct Bytes {
+  const std::uint8_t* data = nullptr;
+  std::uint32_t count = 0;
+};
+
+Bytes get_bytes(TIFF* tif, const TagRef& tag) {
+  std::uint32_t count = 0;
+  void* data = nullptr;
+  get_tag_checked(tif, tag.number, tag.name, &count, &data);
+  require_data(data, count, tag.number);
+  return {static_cast<const std::uint8_t*>(data), count};
+}
+
+zvArray* read_byte_block(TIFF* tif, const TagRef& tag) {
+  const Bytes block = get_bytes(tif, tag);
+  return make_row<std::uint8_t>(block.data, block.count, zvUINT8_CLASS);
+}
+
+// XMLPacket: each byte becomes the character of that code, undecoded.
+zvArray* read_byte_text(TIFF* tif, const TagRef& tag) {
+  const Bytes block = get_bytes(tif, tag);
+  const std::u16string text(block.data, block.data + block.count);
+  const std::size_t dims[2] = {1, block.count};
+  return zvCreateCharArray(2, dims, text.data());
+}
+
+zvArray* read_ink_names(TIFF* tif, const TagRef& tag) {
+  std::uint16_t inks = 0;
+  TIFFGetFieldDefaulted(tif, TIFFTAG_NUMBEROFINKS, &inks);
+  const std::size_t dims[2] = {1, inks};
+  zvArray* cell = zvCreateCellArray(2, dims);
+  const char* buffer = nullptr;
+  get_tag_checked(tif, tag.number, tag.name, &buffer);
+  // libtiff counts the NUL-terminated names when InkNames is set and keeps
+  // NumberOfInks at that count: that is how far the buffer may be walked.
+  std::uint16_t names_held = 0;
+  if (buffer == nullptr || !TIFFGetField(tif, TIFFTAG_NUMBEROFINKS, &names_held)) names_held = 0;
+  const std::vector<std::string> names = split_ink_names(buffer, names_held, inks);
+  for (std::size_t i = 0; i < names.size(); ++i) zvSetCell(cell, i, zvCreateString(names[i].c_str()));
+  return cell;
+}
+
+/// Entries per colour map or transfer curve: 1 << BitsPerSample, the shift
+/// count taken modulo 32 as a 32-bit shift would.
+std::uint32_t entries_per_curve(TIFF* tif) {
+  std::uint16_t bits = 0;
+  TIFFGetFieldDefaulted(tif, TIFFTAG_BITSPERSAMPLE, &bits);
+  return std::uint32_t{1} << (bits % 32u);
+}
+
+/// Three curves of n entries as an n x 3 matrix, each entry times scale.
+zvArray* curves_matrix(std::uint16_t* const (&curves)[3], std::uint32_t n, std::uint32_t tag,
+                       double scale) {
+  for (const std::uint16_t* curve : curves) require_data(curve, n, tag);
+  return make_matrix<double>(n, 3, zvDOUBLE_CLASS,
+                             [&](std::size_t r, std::size_t c) { return curves[c][r] * scale; });
+}
+
+zvArray* read_color_map(TIFF* tif, const TagRef& tag) {
+  const std::uint32_t n = entries_per_curve(tif);
+  std::uint16_t* curves[3] = {};
+  get_tag_checked(tif, tag.number, tag.name, &curves[0], &curves[1], &curves[2]);
+  return curves_matrix(curves, n, tag.number, 1.0 / 65535.0);
+}
+
+zvArray* read_transfer_function(TIFF* tif, const TagRef& tag) {
+  const std::uint32_t n = entries_per_curve(tif);
+  std::uint16_t samples = 0;
+  TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &samples);
+  if (samples != 1 && samples != 3) raise(Tiff::badTransferFunctionSppCombination(samples));
+  // libtiff hands TransferFunction back through three pointers whatever
+  // SamplesPerPixel, the last two null for a single curve (and for three
+  // samples of which two are extra), so three destinations are always given.
+  std::uint16_t* curves[3] = {};
+  get_tag_checked(tif, tag.number, tag.name, &curves[0], &curves[1], &curves[2]);
+  if (samples == 1) {
+    require_data(curves[0], n, tag.number);
+    return make_row<double>(curves[0], n);
+  }
+  return curves_matrix(curves, n, tag.number, 1.0);
+}
+
+zvArray* read_chunk_array(TIFF* tif, const TagRef& tag, bool tile_array) {
+  std::uint16_t samples = 0;
+  std::uint16_t planar = 0;
+  TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &samples);
+  TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &planar);
+  const bool tiled = TIFFIsTiled(tif) != 0;
+  if (tiled && !tile_array) raise(Tiff::strippedOperationOnTiledImage());
+  if (!tiled && tile_array) raise(Tiff::tiledOperationOnStrippedImage());
+  std::uint64_t n = tiled ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
+  if (planar == PLANARCONFIG_SEPARATE) n *= samples;
+  std::uint64_t* values = nullptr;
+  get_tag_checked(tif, tag.number, tag.name, &values);
+  // libtiff's counts already include the planes of a separate image, so n
+  // overshoots its arrays there: the entries it holds are copied and the
+  // rest of the row stays 0.
+  const std::uint64_t held = values == nullptr ? 0 : strile_entries_held(tif, n);
+  const std::size_t dims[2] = {1, static_cast<std::size_t>(n)};
+  zvArray* row = zvCreateNumericArray(2, dims, zvUINT64_CLASS);
+  std::copy_n(values, held, static_cast<std::uint64_t*>(zvGetData(row)));
+  return row;
+}
+
+zvArray* read_strip_array(TIFF* tif, const TagRef& tag) { return read_chunk_array(tif, tag, false); }
+zvArray* read_tile_array(TIFF* tif, const TagRef& tag) { return read_chunk_array(tif, tag, true); }
+
+zvArray* refuse_unsupported(TIFF*, const TagRef& tag) {
+  raise(Tiff::unsupportedTag(tag.name, tag.number));
+}
+
+struct ReadRow {
+  std::uint32_t tag;
+  Reader read;
+  std::uint32_t size;
+};
+
+// Every tag getField reads. A tag of the name table that is not here is
+// refused with unhandledTagId.
+constexpr Reader kText = read_text;                                      // form A
+constexpr Reader kU16 = read_scalar<std::uint16_t>;                      // form B
+constexpr Reader kU16Defaulted = read_scalar_defaulted<std::uint16_t>;   // form C
+constexpr Reader kU32 = read_scalar<std::uint32_t>;                      // form D
+constexpr Reader kU32Defaulted = read_scalar_defaulted<std::uint32_t>;   // form E
+constexpr Reader kFloat = read_scalar<float>;                            // form F
+constexpr Reader kDouble = read_scalar<double>;                          // form G
+constexpr Reader kUInt16Row = read_counted_row<std::uint16_t, double, zvDOUBLE_CLASS>;
+constexpr Reader kUInt64Row = read_counted_row<std::uint64_t, std::uint64_t, zvUINT64_CLASS>;
+constexpr Reader kDoubleRow = read_counted_row<double, double, zvDOUBLE_CLASS>;
+
+const ReadRow kReaders[] = {
+    {269, kText, 0}, {270, kText, 0}, {271, kText, 0}, {272, kText, 0}, {285, kText, 0},
+    {305, kText, 0}, {306, kText, 0}, {315, kText, 0}, {316, kText, 0}, {337, kText, 0},
+    {33432, kText, 0}, {34737, kText, 0},
+    {262, kU16, 0}, {263, kU16, 0}, {266, kU16, 0}, {317, kU16, 0}, {332, kU16, 0}, {531, kU16, 0},
+    {258, kU16Defaulted, 0}, {259, kU16Defaulted, 0}, {274, kU16Defaulted, 0},
+    {277, kU16Defaulted, 0}, {280, kU16Defaulted, 0}, {281, kU16Defaulted, 0},
+    {296, kU16Defaulted, 0}, {334, kU16Defaulted, 0}, {339, kU16Defaulted, 0},
+    {256, kU32, 0}, {257, kU32, 0}, {292, kU32, 0}, {293, kU32, 0}, {322, kU32, 0},
+    {323, kU32, 0}, {65537, kU32, 0}, {65557, kU32, 0}, {65560, kU32, 0},
+    {254, kU32Defaulted, 0}, {278, kU32Defaulted, 0}, {32997, kU32Defaulted, 0},
+    {282, kFloat, 0}, {283, kFloat, 0}, {286, kFloat, 0}, {287, kFloat, 0},
+    {340, kDouble, 0}, {341, kDouble, 0}, {37439, kDouble, 0},
+    {297, read_pair, 0}, {321, read_pair, 0}, {336, read_pair, 0},   // form H
+    {530, read_pair_defaulted, 0},                                   // form I
+    {338, kUInt16Row, 0},                                            // form J
+    {330, kUInt64Row, 0},                                            // form K
+    {34735, read_counted_rows<std::uint16_t>, 4},                    // form L
+    {284, read_planar_configuration, 0},
+    {318, read_rational_vector, 2}, {319, read_rational_vector, 6},
+    {529, read_rational_vector, 3}, {532, read_rational_vector, 6},
+    {700, read_byte_text, 0}, {33723, read_byte_block, 0}, {34377, read_byte_block, 0},
+    {34675, read_byte_block, 0},
+    {333, read_ink_names, 0},
+    {320, read_color_map, 0},
+    {301, read_transfer_function, 0},
+    {273, read_strip_array, 0}, {279, read_strip_array, 0},
+    {324, read_tile_array, 0}, {325, read_tile_array, 0},
+    {33922, read_counted_rows<double>, 6},
+    {34264, kDoubleRow, 16}, {33550, kDoubleRow, 3}, {34736, kDoubleRow, 0},
+    {32995, refuse_unsupported, 0}, {32996, refuse_unsupported, 0}, {32998, refuse_unsupported, 0},
+};
+
+}  // namespace
+
+TG_HANDLER(handle_get_field) {
+  TIFF* tif = basic_file_id(operands[0]);
+  const std::uint32_t tag = indexToUInt32(operands[1]);
+  const std::string name = tagName(tag);
+  const auto row = std::find_if(std::begin(kReaders), std::end(kReaders),
+                                [tag](const ReadRow& r) { return r.tag == tag; });
+  if (row == std::end(kReaders)) raise(Tiff::unhandledTagId(static_cast<detail::Int>(tag)));
+  outputs[0] = row->read(tif, TagRef{tag, name, row->size});
+}
 
 }  // namespace tiffgate

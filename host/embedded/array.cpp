@@ -54,8 +54,9 @@ using tiffgate::embedded::element_size;
 
 zvArray::zvArray(zvClassID cls, Dims dims, bool zero) : cls_(cls), dims_(std::move(dims)) {
   // Two dimensions at least, trailing singletons beyond the second dropped,
-  // as the numerical hosts keep them.
-  while (dims_.size() < 2) dims_.push_back(dims_.empty() ? 0 : 1);
+  // as the numerical hosts keep them; no dimensions at all is 0 x 0.
+  if (dims_.empty()) dims_ = {0, 0};
+  while (dims_.size() < 2) dims_.push_back(1);
   while (dims_.size() > 2 && dims_.back() == 1) dims_.pop_back();
   numel_ = 1;
   for (std::size_t d : dims_) {
