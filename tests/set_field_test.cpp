@@ -12,7 +12,6 @@
 #include <limits>
 #include <map>
 #include <memory>
-#include <regex>
 
 namespace tiffgate::testing {
 namespace {
@@ -87,19 +86,21 @@ const Tags kRgb8 = {{262, num(2)}, {258, num(8)}, {277, num(3)}};
 
 /// tiffdump's "count<values>" of each tag of the file's first directory.
 std::map<std::uint32_t, std::string> dumped(const std::string& path) {
-  // "Name (256) SHORT (3) 1<20>", or "700 (0x2bc) BYTE (1) 12<...>" for a tag
-  // tiffdump has no name for.
-  static const std::regex entry(R"(^(.*?) \((\d+|0x[0-9a-f]+)\) \w+ \(\d+\) (.*)$)");
   std::map<std::uint32_t, std::string> values;
   std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(("tiffdump " + path).c_str(), "r"), pclose);
   char line[16384];
-  std::smatch m;
   int directories = 0;
   while (pipe && std::fgets(line, sizeof line, pipe.get())) {
+    // "Name (256) SHORT (3) 1<20>", or "700 (0x2bc) BYTE (1) 12<...>" for a
+    // tag tiffdump has no name for.
     const std::string text(line, std::strcspn(line, "\n"));
-    directories += text.rfind("Directory ", 0) == 0;
-    if (directories == 1 && std::regex_match(text, m, entry))
-      values[static_cast<std::uint32_t>(std::stoul(m[2].str()[0] == '0' ? m[1].str() : m[2].str()))] = m[3];
+    if (text.rfind("Directory ", 0) == 0 && ++directories) continue;
+    const auto open = text.find(" (");
+    const auto type = open == std::string::npos ? open : text.find(") ", open);
+    const auto value = type == std::string::npos ? type : text.find(") ", type + 1);
+    if (directories != 1 || value == std::string::npos) continue;
+    const bool unnamed = text.compare(open + 2, 2, "0x") == 0;
+    values[std::stoul(unnamed ? text.substr(0, open) : text.substr(open + 2, type - open - 2))] = text.substr(value + 2);
   }
   return values;
 }
