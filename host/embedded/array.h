@@ -51,7 +51,9 @@ struct zvArray {
   template <class T>
   static zvArray of(zvClassID cls, Dims dims, const std::vector<T>& values) {
     zvArray a(cls, std::move(dims), false);
-    std::memcpy(a.data(), values.data(), std::min(values.size() * sizeof(T), a.byte_size()));
+    // memcpy must not see the null data of an empty array.
+    const std::size_t size = std::min(values.size() * sizeof(T), a.byte_size());
+    if (size > 0) std::memcpy(a.data(), values.data(), size);
     return a;
   }
   static zvArray cell(std::vector<zvArray> elements);  ///< 1xN
