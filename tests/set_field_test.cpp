@@ -39,6 +39,7 @@ struct GatewayFile {
   Array id;
   explicit GatewayFile(const char* mode = "w") : id(open_file(path, mode)) {}
   GatewayFile(const std::string& existing, const char* mode) : path(existing), id(open_file(path, mode)) {}
+  ~GatewayFile() { call("close", {id}); }  // closing twice is silent
   std::string set(double tag, Array value) { return outcome(call("setField", {id, num(tag), std::move(value)})); }
   void set_all(const Tags& tags) {
     for (const auto& [tag, value] : tags) ASSERT_EQ(set(tag, value), "ok") << "setting " << tag;
