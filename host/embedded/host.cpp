@@ -108,6 +108,11 @@ void zvSetCell(zvArray* cell, std::size_t index, zvArray* value) {
   cell->cells()[index] = value ? std::move(*value) : Array();
 }
 
+const zvArray* zvGetCell(const zvArray* array, std::size_t index) {
+  if (array == nullptr || array->class_id() != zvCELL_CLASS || index >= array->cells().size()) return nullptr;
+  return &array->cells()[index];
+}
+
 zvArray* zvCreateStructMatrix(std::size_t m, std::size_t n, int nfields, const char** names) {
   Array a(zvSTRUCT_CLASS, {m, n});
   a.set_field_names(std::vector<std::string>(names, names + std::max(nfields, 0)));

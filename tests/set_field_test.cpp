@@ -1,0 +1,435 @@
+// "setField": values written through the gateway are read back with libtiff
+// directly; every refusal names its kind and leaves the directory as it was.
+
+#include "support/tiff_files.h"
+
+#include <gtest/gtest.h>
+#include <tiffio.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <map>
+#include <memory>
+
+namespace tiffgate::testing {
+namespace {
+
+using embedded::Array;
+using embedded::call;
+using Tags = std::vector<std::pair<double, Array>>;
+
+/// "ok", or the failed call's kind with its arguments: "kind(a,b)".
+std::string outcome(const embedded::CallResult& r) {
+  if (r.ok()) return "ok";
+  std::string s = r.error_id().substr(r.error_id().rfind(':') + 1) + "(";
+  for (const auto& a : r.error->arguments) {
+    if (s.back() != '(') s += ",";
+    if (const auto* n = boost::get<std::int64_t>(&a)) s += std::to_string(*n);
+    if (const auto* t = boost::get<std::string>(&a)) s += *t;
+  }
+  return s + ")";
+}
+
+/// A file opened through the gateway (for writing unless a mode is given).
+struct GatewayFile {
+  ScratchDir dir;
+  std::string path = dir.path("t.tif");
+  Array id;
+  explicit GatewayFile(const char* mode = "w") : id(open_file(path, mode)) {}
+  GatewayFile(const std::string& existing, const char* mode) : path(existing), id(open_file(path, mode)) {}
+  ~GatewayFile() { call("close", {id}); }  // closing twice is silent
+  std::string set(double tag, Array value) { return outcome(call("setField", {id, num(tag), std::move(value)})); }
+  void set_all(const Tags& tags) {
+    for (const auto& [tag, value] : tags) ASSERT_EQ(set(tag, value), "ok") << "setting " << tag;
+  }
+  /// The module's handle, for reading its directory with libtiff itself.
+  TIFF* tif() const { return reinterpret_cast<TIFF*>(id.at<std::uint64_t>(0)); }
+  /// Writes the image data with libtiff (which a directory needs to be
+  /// readable), then closes through the gateway, which writes the directory.
+  void close() {
+    write_chunks(tif(), [](std::uint32_t, std::size_t i) { return static_cast<std::uint8_t>(i); });
+    ASSERT_TRUE(call("close", {id}).ok());
+  }
+};
+
+/// The directory as libtiff prints it, colour map and curves included.
+std::string printed(TIFF* tif) {
+  char* text = nullptr;
+  std::size_t size = 0;
+  FILE* out = open_memstream(&text, &size);
+  TIFFPrintDirectory(tif, out, TIFFPRINT_COLORMAP | TIFFPRINT_CURVES);
+  std::fclose(out);
+  std::string s(text, size);
+  std::free(text);
+  return s;
+}
+
+Array bytes(std::size_t n, std::uint8_t first = 0) {
+  std::vector<std::uint8_t> v(n);
+  for (std::size_t i = 0; i < n; ++i) v[i] = static_cast<std::uint8_t>(first + i);
+  return Array::of(zvUINT8_CLASS, {1, n}, v);
+}
+Array filled(std::size_t rows, std::size_t columns, double value) {
+  return Array::of(zvDOUBLE_CLASS, {rows, columns}, std::vector<double>(rows * columns, value));
+}
+Array cells(std::vector<Array> v) { return Array::cell(std::move(v)); }
+
+template <class T>
+T get(TIFF* tif, std::uint32_t tag) {
+  T value{};
+  EXPECT_TRUE(TIFFGetField(tif, tag, &value)) << "tag " << tag;
+  return value;
+}
+const Tags kGrey8 = {{262, num(1)}, {258, num(8)}, {277, num(1)}};
+const Tags kRgb8 = {{262, num(2)}, {258, num(8)}, {277, num(3)}};
+
+/// tiffdump's "count<values>" of each tag of the file's first directory.
+std::map<std::uint32_t, std::string> dumped(const std::string& path) {
+  std::map<std::uint32_t, std::string> values;
+  std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(("tiffdump " + path).c_str(), "r"), pclose);
+  char line[16384];
+  int directories = 0;
+  while (pipe && std::fgets(line, sizeof line, pipe.get())) {
+    // "Name (256) SHORT (3) 1<20>", or "700 (0x2bc) BYTE (1) 12<...>" for a
+    // tag tiffdump has no name for.
+    const std::string text(line, std::strcspn(line, "\n"));
+    if (text.rfind("Directory ", 0) == 0 && ++directories) continue;
+    const auto open = text.find(" (");
+    const auto type = open == std::string::npos ? open : text.find(") ", open);
+    const auto value = type == std::string::npos ? type : text.find(") ", type + 1);
+    if (directories != 1 || value == std::string::npos) continue;
+    const bool unnamed = text.compare(open + 2, 2, "0x") == 0;
+    values[std::stoul(unnamed ? text.substr(0, open) : text.substr(open + 2, type - open - 2))] = text.substr(value + 2);
+  }
+  return values;
+}
+
+struct Written {
+  double tag;
+  Array value;
+  const char* dumped;  ///< how tiffdump shows the tag (a prefix of long values)
+};
+
+/// Sets the rows' tags in order on f, writes the file and compares each tag
+/// as tiffdump shows it.
+void round_trip(GatewayFile& f, const std::vector<Written>& rows) {
+  for (const auto& row : rows) ASSERT_EQ(f.set(row.tag, row.value), "ok") << "setting " << row.tag;
+  f.close();
+  const auto values = dumped(f.path);
+  for (const auto& row : rows) {
+    const auto found = values.find(static_cast<std::uint32_t>(row.tag));
+    ASSERT_NE(found, values.end()) << "tag " << row.tag << " not written";
+    EXPECT_EQ(found->second.substr(0, std::strlen(row.dumped)), row.dumped) << "tag " << row.tag;
+  }
+}
+
+}  // namespace
+
+// Every tag of the plain shapes, and the RGB colour tags.
+TEST(SetField, RoundTripsThroughTheFile) {
+  std::vector<double> curve(3 * 256);
+  for (std::size_t i = 0; i < curve.size(); ++i) curve[i] = static_cast<double>(i * 85 % 65536) + 0.9;
+  GatewayFile f;
+  round_trip(f, {
+      {262, num(2), "1<2>"}, {258, num(8), "3<8 8 8>"}, {277, num(3), "1<3>"}, {254, num(2), "1<2>"},
+      {256, num(20), "1<20>"}, {257, num(10), "1<10>"}, {259, num(5), "1<5>"}, {266, num(1), "1<1>"},
+      {269, str("doc"), "4<doc\\0>"}, {270, str("text"), "5<text\\0>"}, {271, str("maker"), "6<maker\\0>"},
+      {272, str("model"), "6<model\\0>"}, {274, num(4), "1<4>"}, {278, num(5.7), "1<5>"},
+      {280, num(1), "3<1 1 1>"}, {281, num(254), "3<254 254 254>"}, {282, num(72.5), "1<72.5>"},
+      {283, Array::row({300}), "1<300>"}, {284, num(1), "1<1>"}, {285, str("page"), "5<page\\0>"},
+      {286, num(1.5), "1<1.5>"}, {287, num(0.25), "1<0.25>"}, {296, num(3), "1<3>"},
+      {297, Array::row({2, 9}), "2<2 9>"}, {301, Array::of(zvDOUBLE_CLASS, {256, 3}, curve), "768<0 85 170 255 "},
+      {305, str("tiffgate"), "9<tiffgate\\0>"}, {306, str("2024:05:06 07:08"), "20<2024:05:06 07:08   \\0>"},
+      {315, str("artist"), "7<artist\\0>"}, {316, str("host"), "5<host\\0>"}, {317, num(2), "1<2>"},
+      {318, Array::row({0.3127, 0.329}), "2<0.3127 0.329>"},
+      {319, Array::row({0.64, 0.33, 0.3, 0.6, 0.15, 0.06}), "6<0.64 0.33 0.3 0.6 0.15 0.06>"},
+      {321, Array::row({16, 240}), "2<16 240>"}, {339, num(1), "3<1 1 1>"}, {340, num(3.9), "3<0x3 0x3 0x3>"},
+      {341, num(250), "3<0xfa 0xfa 0xfa>"}, {529, Array::row({0.299, 0.587, 0.114}), "3<0.299 0.587 0.114>"},
+      {530, Array::row({2, 1}), "2<2 1>"}, {531, num(2), "1<2>"},
+      {532, Array::row({0, 255, 128, 255, 128, 255}), "6<0 255 128 255 128 255>"},
+      {700, str("<x/>\n"), "5<0x3c 0x78 0x2f 0x3e 0xa>"}, {33432, str("(c)"), "4<(c)\\0>"},
+      {33550, Array::row({0.5, 0.25, 0}), "3<0.5 0.25 0>"}, {33723, bytes(4, 10), "4<0xa 0xb 0xc 0xd>"},
+      {33922, Array::matrix({{0, 0, 0, 10, 20, 0}, {1, 1, 0, 11, 21, 0}}), "12<0 0 0 10 20 0 1 1 0 11 21 0>"},
+      {34264, filled(4, 4, 0.5), "16<0.5 0.5 "}, {34377, bytes(7, 20), "7<0x14 0x15 0x16 0x17 0x18 0x19 0x1a>"},
+      {34675, bytes(3, 30), "3<0x1e 0x1f 0x20>"},
+      {34735, Array::matrix({{1, 1, 0, 1}, {1024, 0, 1, 2}}), "8<1 1 0 1 1024 0 1 2>"},
+      {34736, Array::row({6378137.5, 298.25}), "2<6.37814e+06 298.25>"}, {34737, str("WGS 84|"), "8<WGS 84|\\0>"},
+      {37439, num(123.5), "1<123.5>"}});
+  // Each column of the transfer function is one table.
+  TiffHandle in(f.path, "r");
+  const std::uint16_t *red = nullptr, *green = nullptr, *blue = nullptr;
+  ASSERT_TRUE(TIFFGetField(in, TIFFTAG_TRANSFERFUNCTION, &red, &green, &blue));
+  EXPECT_EQ((std::vector<int>{red[255], green[0], blue[1]}), (std::vector<int>{21675, 21760, 43605}));
+}
+
+// Every refusal with its exact arguments, after the tags of its setup; the
+// directory libtiff holds is the same before and after the refused call.
+TEST(SetField, RefusalsNameTheirKindAndChangeNothing) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const Array single = Array::of(zvSINGLE_CLASS, {1, 1}, std::vector<float>{8});
+  const Tags none, minIsBlack = {{262, num(1)}}, rgb = {{262, num(2)}}, palette = {{262, num(3)}};
+  const Tags cmyk = {{262, num(5)}, {258, num(8)}, {277, num(5)}, {338, Array::row({2})}};
+  const Tags logL = {{262, num(32844)}, {259, num(34676)}}, bilevel = {{262, num(0)}, {258, num(1)}, {339, num(1)}};
+  const struct {
+    const Tags& setup;
+    double tag;
+    Array value;
+    const char* expected;
+  } cases[] = {
+      // numbers and shapes
+      {none, -1, num(1), "argumentOutOfBounds()"},
+      {none, 273, num(1), "unrecognizedTagNumber(273)"},
+      {none, 260, num(1), "unrecognizedTagNumber(260)"},
+      {none, 32995, num(1), "unsupportedTag(Matteing,32995)"},
+      {none, 32998, num(16), "unsupportedTag(TileDepth,32998)"},
+      {none, 256, num(0), "zeroLengthDimension(ImageWidth)"},
+      {none, 257, num(nan), "zeroLengthDimension(ImageLength)"},
+      {none, 278, num(0.9), "zeroLengthDimension(RowsPerStrip)"},
+      {none, 322, num(8), "badTileDimension(TileWidth)"},
+      {none, 323, num(0), "zeroLengthDimension(TileLength)"},
+      {none, 256, Array::row({1, 2}), "tagValueNotDoublePrecisionScalar(ImageWidth)"},
+      {none, 266, single, "tagValueNotDoublePrecisionScalar(FillOrder)"},
+      {none, 266, num(65536), "argumentOutOfBounds()"},
+      {none, 274, num(-1), "argumentOutOfBounds()"},
+      {none, 254, num(4294967296.0), "argumentOutOfBounds()"},
+      {none, 266, num(nan), "unableToWriteTag(FillOrder)"},  // NaN becomes 0, which libtiff refuses
+      {none, 282, Array::row({1, 2}), "tagValueNotDoublePrecisionScalar(XResolution)"},
+      {none, 283, Array(), "tagValueNotDoublePrecisionScalar(YResolution)"},
+      {none, 286, str("1"), "tagValueNotDoublePrecisionArray(XPosition)"},
+      {none, 282, num(3.5e38), "argumentOutOfBounds()"},
+      {none, 282, num(-1), "unableToWriteTag(XResolution)"},
+      {none, 37439, Array::row({1, 2}), "tagValueNotDoublePrecisionScalar(StoNits)"},
+      {none, 297, Array::row({1, 2, 3}), "badTagValueCount(PageNumber,2)"},
+      {none, 321, num(1), "badTagValueCount(HalftoneHints,2)"},
+      {none, 530, bytes(2), "tagValueNotDoublePrecisionArray(YCbCrSubsampling)"},
+      {none, 297, Array::row({1, 65536}), "argumentOutOfBounds()"},
+      {none, 529, Array::row({1, 2}), "badTagValueCount(YCbCrCoefficients,3)"},
+      {none, 33550, Array::row({1, 2}), "badTagValueCount(GeoPixelScale,3)"},
+      {none, 34264, filled(3, 4, 1), "badTagValueCount(ModelTransformation,16)"},
+      {none, 34736, str("x"), "tagValueNotDoublePrecisionArray(GeoDoubleParamsTag)"},
+      {none, 33922, filled(3, 2, 1), "bad2DtagValue(ModelTiepointTag,6)"},
+      {none, 34735, Array::row({1, 2, 3, 4, 5}), "bad2DtagValue(GeoKeyDirectoryTag,4)"},
+      {none, 34735, filled(1, 4, -1), "argumentOutOfBounds()"},
+      {none, 338, str("a"), "tagValueNotDoublePrecisionArray(ExtraSamples)"},
+      {none, 338, Array::row({9}), "unableToWriteTag(ExtraSamples)"},
+      {none, 270, num(1), "argumentWasNotChar(ImageDescription)"},
+      {none, 306, num(1), "argumentWasNotChar(DateTime)"},
+      {none, 306, str("2024:05:06 07:08:09Z"), "dateTimeTooLong()"},
+      {none, 700, bytes(9), "badXmlPacketTagType()"},
+      {none, 700, str("<x/>"), "lengthTooShort(XMP,5)"},
+      {none, 33723, filled(1, 4, 1), "badUninterpretedTagType(RichTIFFIPTC)"},
+      {none, 34675, str("icc"), "badUninterpretedTagType(ICC Profile)"},
+      {none, 34377, bytes(6), "lengthTooShort(Photoshop,7)"},
+      {none, 330, num(65536), "argumentOutOfBounds()"},
+      {none, 34675, bytes(0), "unableToWriteTag(ICC Profile)"},
+      {none, 34736, Array(), "unableToWriteTag(GeoDoubleParamsTag)"},
+      {none, 700, str("<x/>\n"), "ok"},
+      {none, 65537, num(50), "unableToWriteTag(JPEGQuality)"},  // no JPEG codec
+      // image structure
+      {none, 259, num(1), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,Compression)"},
+      {none, 277, num(1), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,SamplesPerPixel)"},
+      {minIsBlack, 277, num(1), "tagRetrievalBeforeWriteFailed(BitsPerSample,SamplesPerPixel)"},
+      {none, 339, num(1), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,SampleFormat)"},
+      {minIsBlack, 339, num(2), "tagRetrievalBeforeWriteFailed(BitsPerSample,SampleFormat)"},
+      {none, 263, num(1), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,Thresholding)"},
+      {none, 258, num(8), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,BitsPerSample)"},
+      {none, 284, num(1), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,PlanarConfiguration)"},
+      {none, 65560, num(0), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,SGILogDataFmt)"},
+      {none, 332, num(1), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,InkSet)"},
+      {{{262, num(5)}}, 334, num(4), "tagRetrievalBeforeWriteFailed(SamplesPerPixel,NumberOfInks)"},
+      {minIsBlack, 332, num(1), "photometricInterpretationNotSeparated(InkSet)"},
+      {minIsBlack, 333, cells({str("K")}), "photometricInterpretationNotSeparated(InkNames)"},
+      {minIsBlack, 334, num(1), "photometricInterpretationNotSeparated(NumberOfInks)"},
+      {minIsBlack, 336, Array::row({0, 1}), "photometricInterpretationNotSeparated(DotRange)"},
+      {minIsBlack, 337, str("p"), "photometricInterpretationNotSeparated(TargetPrinter)"},
+      {cmyk, 336, Array::row({0}), "badTagValueCount(DotRange,2)"},
+      {cmyk, 337, num(1), "argumentWasNotChar(TargetPrinter)"},
+      {cmyk, 334, num(3), "invalidNumberOfInksValue(3,5,1)"},
+      {cmyk, 334, num(6), "invalidNumberOfInksValue(6,5,1)"},
+      {cmyk, 334, num(5), "ok"},
+      {{{262, num(5)}, {258, num(8)}, {277, num(1)}, {334, num(1)}}, 333, cells({str(std::string(70000, 'a'))}),
+       "argumentOutOfBounds()"},
+      {logL, 277, num(1), "doNotSetForLogLuv(SamplesPerPixel)"},
+      {logL, 339, num(3), "doNotSetForLogLuv(SampleFormat)"},
+      {logL, 258, num(16), "doNotSetForLogLuv(BitsPerSample)"},
+      {logL, 284, num(2), "badPhotometricPlanarConfigurationCombination()"},
+      {logL, 65560, num(1), "invalidSGILogDataFmtValue(1)"},
+      {{{262, num(32844)}, {259, num(34676)}, {65560, num(3)}}, 65560, num(0), "fmtAlreadySet()"},
+      {minIsBlack, 65560, num(0), "badCompressionForSgiLogDataFmt()"},
+      {bilevel, 277, num(3), "badSamplesPerPixelBitsPerSampleCombination()"},
+      {bilevel, 339, num(2), "badSampleFormatfor1Bps()"},
+      {rgb, 339, num(2), "badValue()"},
+      {rgb, 339, num(4), "sampleFormatValueNotSupported()"},
+      {rgb, 339, num(6), "sampleFormatValueNotSupported()"},
+      {rgb, 339, num(7), "unableToWriteTag(SampleFormat)"},
+      {none, 258, num(12), "badBitsPerSampleValue()"},
+      {palette, 258, num(1), "badPhotometricLabPaletteBitsPerSampleCombination()"},
+      {rgb, 258, num(64), "ok"},
+      {{{262, num(9)}}, 258, num(32), "badPhotometricLabPaletteBitsPerSampleCombination()"},
+      {{{262, num(1)}, {258, num(8)}}, 259, num(4), "badBitsPerSampleCompressionCombination()"},
+      {minIsBlack, 259, num(4), "ok"},  // BitsPerSample defaults to 1
+      {minIsBlack, 259, num(6), "unsupportedCompressionScheme(6)"},
+      {minIsBlack, 259, num(0), "unsupportedCompressionScheme(0)"},
+      {minIsBlack, 259, num(2), "ccittNotSupportedForCreating()"},
+      {minIsBlack, 259, num(32771), "ccittNotSupportedForCreating()"},
+      {none, 263, num(4), "badThresholdingValue(4)"},
+      {rgb, 263, num(1), "badTagUsedWithPhotometric(Thresholding,MinIsWhite, MinIsBlack)"},
+      {none, 284, num(3), "badPlanarConfigurationValue(3)"},
+      // colour and range
+      {{{262, num(5)}, {258, num(8)}, {277, num(3)}, {334, num(3)}}, 333, num(1), "notCellString(InkNames)"},
+      {{{262, num(5)}, {258, num(8)}, {277, num(3)}, {334, num(3)}}, 333, cells({str("C"), str("M")}), "badNumberOfInkNames(3)"},
+      {{{262, num(5)}, {258, num(8)}, {277, num(2)}, {334, num(2)}}, 333, cells({str("C"), num(1)}), "notCellString(InkNames)"},
+      {none, 301, filled(2, 1, 0), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,TransferFunction)"},
+      {{{262, num(8)}}, 301, filled(2, 1, 0),
+       "badTagUsedWithPhotometric(TransferFunction,MinIsWhite, MinIsBlack, RGB, Palette, YCbCr)"},
+      {kRgb8, 301, filled(256, 1, 0), "badTransferFunctionSize(8,3,256,3)"},
+      {kRgb8, 301, filled(3, 256, 0), "badTransferFunctionSize(8,3,256,3)"},
+      {kGrey8, 301, filled(255, 1, 0), "badTransferFunctionSize(8,1,256,1)"},
+      {kGrey8, 301, filled(128, 2, 0), "badTransferFunctionSize(8,1,256,1)"},
+      {kGrey8, 301, Array::of(zvDOUBLE_CLASS, {128, 1, 2}, std::vector<double>(256)), "badTransferFunctionSize(8,1,256,1)"},
+      {kGrey8, 301, filled(1, 256, 65536), "argumentOutOfBounds()"},
+      {{{262, num(2)}, {258, num(8)}, {277, num(4)}}, 301, filled(256, 3, 0), "badTransferFunctionSppCombination(4)"},
+      {minIsBlack, 318, Array::row({0.3, 0.3}), "badTagUsedWithPhotometric(WhitePoint,RGB, YCbCr, Palette, CIELab, ICCLab)"},
+      {rgb, 318, Array::row({0.3, 0.3, 0.3}), "badTagValueCount(WhitePoint,2)"},
+      {{{262, num(10)}}, 318, Array::row({0.3, 0.3}), "ok"},
+      {none, 319, filled(1, 6, 0), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,PrimaryChromaticities)"},
+      {minIsBlack, 319, filled(1, 6, 0), "badTagUsedWithPhotometric(PrimaryChromaticities,RGB, YCbCr, Palette)"},
+      {palette, 319, filled(1, 5, 0), "badTagValueCount(PrimaryChromaticities,6)"},
+      {palette, 532, filled(1, 6, 0), "badTagUsedWithPhotometric(ReferenceBlackWhite,RGB, YCbCr)"},
+      {rgb, 532, filled(2, 3, 1), "ok"},  // any shape with 6 elements
+      {{{262, num(6)}}, 532, filled(1, 7, 0), "badTagValueCount(ReferenceBlackWhite,6)"},
+      {palette, 320, filled(256, 3, 0), "tagRetrievalBeforeWriteFailed(BitsPerSample,ColorMap)"},
+      {kGrey8, 320, filled(255, 3, 0), "badColorMap(256,8)"},
+      {kGrey8, 320, filled(256, 2, 0), "badColorMap(256,8)"},
+      {kGrey8, 320, Array::of(zvUINT8_CLASS, {256, 3}, std::vector<std::uint8_t>(768)), "badColorMap(256,8)"},
+      {{{262, num(3)}, {258, num(16)}}, 320, Array(), "badColorMap(65536,16)"},
+      {kGrey8, 320, filled(256, 3, 1.0001), "colorMapValuesNotNormalized()"},
+      {kGrey8, 320, filled(256, 3, -0.1), "colorMapValuesNotNormalized()"},
+      {kGrey8, 320, filled(256, 3, nan), "colorMapValuesNotNormalized()"},
+      {kGrey8, 340, Array::row({1, 2}), "tagValueNotDoublePrecisionScalar(SMinSampleValue)"},
+      {kGrey8, 341, num(1), "tagRetrievalBeforeWriteFailed(SampleFormat,SMaxSampleValue)"},
+      {{{262, num(1)}, {339, num(1)}}, 340, num(1), "tagRetrievalBeforeWriteFailed(BitsPerSample,SMinSampleValue)"},
+      {bilevel, 341, num(0.5), "badSMinMaxValueForBiLevelImage(SMaxSampleValue)"},
+      {bilevel, 341, num(nan), "badSMinMaxValueForBiLevelImage(SMaxSampleValue)"},
+      {bilevel, 340, bytes(1), "tagValueNotDoublePrecisionArray(SMinSampleValue)"},
+      {{{262, num(1)}, {258, num(16)}, {339, num(3)}}, 341, num(0.5), "badSampleFormatBitsPerSampleCombination(3,16)"},
+      {{{262, num(1)}, {258, num(64)}, {339, num(1)}}, 341, num(0.5), "badSampleFormatBitsPerSampleCombination(1,64)"},
+      {{{262, num(1)}, {258, num(8)}, {339, num(1)}}, 341, num(256), "argumentOutOfBounds()"},
+      {{{262, num(1)}, {258, num(8)}, {339, num(2)}}, 340, num(-129), "argumentOutOfBounds()"},
+  };
+  for (const auto& c : cases) {
+    GatewayFile f;
+    f.set_all(c.setup);
+    const std::string before = printed(f.tif());
+    EXPECT_EQ(f.set(c.tag, c.value), c.expected) << "tag " << c.tag;
+    if (std::string(c.expected) != "ok") {
+      EXPECT_EQ(printed(f.tif()), before) << "tag " << c.tag;
+    }
+  }
+}
+
+// Ink tags of a Separated image, a palette and a tiled bilevel image.
+TEST(SetField, InkColourMapAndBilevelRoundTrips) {
+  GatewayFile cmyk, palette, fax;
+  round_trip(cmyk, {{262, num(5), "1<5>"}, {258, num(8), "5<8 8 8 8 8>"}, {277, num(5), "1<5>"},
+                    {338, Array::row({2}), "1<2>"}, {334, num(4), "1<4>"}, {332, num(1), "1<1>"},
+                    {333, cells({str("C"), str("M"), str("Y"), str("K")}), "8<C\\0M\\0Y\\0K\\0>"},
+                    {336, Array::row({0, 255}), "2<0 255>"}, {337, str("press"), "6<press\\0>"},
+                    {256, num(16), "1<16>"}, {257, num(4), "1<4>"}});
+  std::vector<double> map(3 * 256, 0.25);
+  for (std::size_t i = 0; i < 256; ++i) map[i] = static_cast<double>(i % 3) / 2, map[512 + i] = 1;
+  round_trip(palette, {{262, num(3), "1<3>"}, {258, num(8), "1<8>"}, {277, num(1), "1<1>"},
+                       {320, Array::of(zvDOUBLE_CLASS, {256, 3}, map), "768<0 32768 65535 0 "},  // halves round up
+                       {256, num(16), "1<16>"}, {257, num(4), "1<4>"}});
+  TiffHandle in(palette.path, "r");
+  const std::uint16_t *red = nullptr, *green = nullptr, *blue = nullptr;
+  ASSERT_TRUE(TIFFGetField(in, TIFFTAG_COLORMAP, &red, &green, &blue));
+  EXPECT_EQ((std::vector<int>{red[255], green[255], blue[0]}), (std::vector<int>{0, 16384, 65535}));
+  round_trip(fax, {{262, num(0), "1<0>"}, {258, num(1), "1<1>"}, {277, num(1), "1<1>"}, {339, num(1), "1<1>"},
+                   {259, num(4), "1<4>"}, {293, num(0), "1<0>"}, {263, num(2), "1<2>"}, {256, num(32), "1<32>"},
+                   {257, num(32), "1<32>"}, {322, num(16), "1<16>"}, {323, num(32), "1<32>"},
+                   {340, num(0), "1<00>"}, {341, Array::row({1}), "1<0x1>"}});
+}
+
+// The codec settings, which libtiff keeps in the handle rather than the file,
+// Group3Options, which needs its codec, SMaxSampleValue for a sample format
+// without a conversion, and SubIFD reservation.
+TEST(SetField, CodecSettingsAndReservations) {
+  GatewayFile jpeg, zip, fax3, logL, logLuv, voidFormat, subifd;
+  jpeg.set_all({{262, num(1)}, {259, num(7)}, {65537, num(60.9)}, {65538, num(1)}});
+  EXPECT_EQ(get<int>(jpeg.tif(), 65537), 60);
+  EXPECT_EQ(get<int>(jpeg.tif(), 65538), 1);
+  zip.set_all({{262, num(1)}, {259, num(8)}, {65557, num(9)}});
+  EXPECT_EQ(get<int>(zip.tif(), 65557), 9);
+  fax3.set_all({{262, num(0)}, {259, num(3)}, {292, num(5)}});
+  EXPECT_EQ(get<std::uint32_t>(fax3.tif(), 292), 5u);
+  logL.set_all({{262, num(32844)}, {259, num(34676)}, {65560, num(3)}});
+  EXPECT_EQ(get<int>(logL.tif(), 65560), 3);
+  EXPECT_EQ(get<std::uint16_t>(logL.tif(), 277), 1);
+  logLuv.set_all({{262, num(32845)}, {259, num(34677)}, {65560, num(0)}});
+  EXPECT_EQ(get<std::uint16_t>(logLuv.tif(), 277), 3);
+  // A sample format the table has no column for ignores the value: 0 is set.
+  voidFormat.set_all({{262, num(1)}, {258, num(8)}, {339, num(1)}});
+  ASSERT_TRUE(TIFFSetField(voidFormat.tif(), 339, SAMPLEFORMAT_VOID));  // refused by the module itself
+  EXPECT_EQ(voidFormat.set(341, num(77)), "ok");
+  EXPECT_EQ(get<double>(voidFormat.tif(), 341), 0.0);
+
+  subifd.set_all(kGrey8);
+  subifd.set_all({{256, num(8)}, {257, num(2)}, {330, num(2.9)}});
+  write_chunks(subifd.tif(), [](std::uint32_t, std::size_t) { return std::uint8_t{1}; });
+  ASSERT_TRUE(call("writeDirectory", {subifd.id}).ok());
+  for (int i = 0; i < 2; ++i) {
+    subifd.set_all(kGrey8);
+    subifd.set_all({{256, num(4)}, {257, num(1)}});
+    write_chunks(subifd.tif(), [](std::uint32_t, std::size_t) { return std::uint8_t{2}; });
+    ASSERT_TRUE(call("writeDirectory", {subifd.id}).ok());
+  }
+  ASSERT_TRUE(call("close", {subifd.id}).ok());
+  TiffHandle in(subifd.path, "r");
+  std::uint16_t count = 0;
+  const std::uint64_t* offsets = nullptr;
+  ASSERT_TRUE(TIFFGetField(in, 330, &count, &offsets));
+  ASSERT_EQ(count, 2);  // 2.9 counts as 2, and libtiff filled in both
+  ASSERT_TRUE(TIFFSetSubDirectory(in, offsets[1]));
+  EXPECT_EQ(get<std::uint32_t>(in, 256), 4u);
+}
+
+// A file opened for reading takes the four codec settings and nothing else,
+// not even a tag number that no table knows.
+TEST(SetField, ReadOnlyFilesTakeOnlyCodecSettings) {
+  ScratchDir dir;
+  const std::string path = dir.path("codecs.tif");
+  {
+    TiffHandle out(path, "w");
+    for (int scheme : {COMPRESSION_JPEG, COMPRESSION_ADOBE_DEFLATE, COMPRESSION_SGILOG}) {
+      set_basic_tags(out, 16, 16, scheme == COMPRESSION_SGILOG ? 32 : 8);
+      if (scheme == COMPRESSION_SGILOG) TIFFSetField(out, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_LOGL);
+      TIFFSetField(out, TIFFTAG_COMPRESSION, scheme);
+      if (scheme == COMPRESSION_SGILOG) TIFFSetField(out, TIFFTAG_SGILOGDATAFMT, SGILOGDATAFMT_FLOAT);
+      write_chunks(out, [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
+      ASSERT_TRUE(TIFFWriteDirectory(out));
+    }
+  }
+  GatewayFile f(path, "r");
+  const std::string before = printed(f.tif());
+  for (double tag : {270.0, 256.0, 273.0, 260.0, 0.0}) EXPECT_EQ(f.set(tag, num(16)), "cannotWriteInReadMode()") << tag;
+  EXPECT_EQ(printed(f.tif()), before);
+  EXPECT_EQ(f.set(65537, num(40)), "ok");
+  EXPECT_EQ(get<int>(f.tif(), 65537), 40);
+  EXPECT_EQ(f.set(65538, num(1)), "ok");
+  EXPECT_EQ(get<int>(f.tif(), 65538), 1);
+  EXPECT_EQ(f.set(65557, num(9)), "unableToWriteTag(ZIPQuality)");  // not a Deflate directory
+  ASSERT_TRUE(call("setDirectory", {f.id, num(1)}).ok());
+  EXPECT_EQ(f.set(65557, num(9)), "ok");
+  EXPECT_EQ(get<int>(f.tif(), 65557), 9);
+  ASSERT_TRUE(call("setDirectory", {f.id, num(2)}).ok());
+  EXPECT_EQ(f.set(65560, num(3)), "ok");
+  EXPECT_EQ(get<int>(f.tif(), 65560), 3);
+
+  EXPECT_EQ(outcome(call("setField", {num(0), num(256), num(1)})), "badFileId()");
+  EXPECT_EQ(outcome(call("setField", {f.id, num(256)})), "wrongNumberOfInputs()");
+}
+
+}  // namespace tiffgate::testing
