@@ -9,8 +9,10 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <iterator>
-#include <vector>
+#include <memory>
+#include <new>
 
 namespace tiffgate {
 namespace {
@@ -90,17 +92,34 @@ std::size_t remaining(std::uint64_t total, std::uint64_t used, std::uint64_t lim
   return static_cast<std::size_t>(std::min(total > used ? total - used : 0, limit));
 }
 
-/// A zero-filled chunk buffer of libtiff's chunk size (0 when libtiff could
-/// not compute one).
-std::vector<unsigned char> chunk_buffer(tmsize_t size) {
-  return std::vector<unsigned char>(static_cast<std::size_t>(std::max<tmsize_t>(size, 0)));
-}
+/// A zero-filled chunk buffer of libtiff's chunk size (empty when libtiff
+/// could not compute one). calloc rather than a vector: a large buffer comes
+/// zeroed from the system without being written page by page, and a size no
+/// system can give (a malformed file's strip of hundreds of gigabytes) fails
+/// at once as bad_alloc.
+class ChunkBuffer {
+ public:
+  explicit ChunkBuffer(tmsize_t size)
+      : size_(static_cast<std::size_t>(std::max<tmsize_t>(size, 0))),
+        data_(static_cast<unsigned char*>(std::calloc(std::max<std::size_t>(size_, 1), 1))) {
+    if (!data_) throw std::bad_alloc();
+  }
+  unsigned char* data() const { return data_.get(); }
+  std::size_t size() const { return size_; }
+
+ private:
+  struct Free {
+    void operator()(unsigned char* p) const noexcept { std::free(p); }
+  };
+  std::size_t size_;
+  std::unique_ptr<unsigned char, Free> data_;
+};
 
 // --- conversion ----------------------------------------------------------
 
 /// Contiguous YCbCr: Y, Cb and Cr into output slots 0, 1 and 2.
 void store_ycbcr(zvArray* outputs[], const ImageLayout& layout, zvClassID cls,
-                 const std::vector<unsigned char>& chunk, const ChunkShape& shape) {
+                 const ChunkBuffer& chunk, const ChunkShape& shape) {
   if (layout.samplesPerPixel > 3) raise(Tiff::unsupportedYCbCrConfiguration());
   const Subsampling factors{layout.ycbcrSubsampling[0], layout.ycbcrSubsampling[1]};
   // A zero factor leaves no data unit to describe the chunk.
@@ -124,7 +143,7 @@ void store_ycbcr(zvArray* outputs[], const ImageLayout& layout, zvClassID cls,
 /// Turns the decoded chunk into the command's output(s), keeping its
 /// top-left rows x columns.
 void store_chunk(zvArray* outputs[], const ImageLayout& layout, zvClassID cls,
-                 const std::vector<unsigned char>& chunk, std::size_t rows, std::size_t columns) {
+                 const ChunkBuffer& chunk, std::size_t rows, std::size_t columns) {
   const ChunkShape shape{layout.chunkWidth, layout.chunkLength, layout.samplesPerChunk, rows, columns};
   // Separate-plane YCbCr was refused by the configuration check.
   if (layout.photometric == PHOTOMETRIC_YCBCR) return store_ycbcr(outputs, layout, cls, chunk, shape);
@@ -158,7 +177,7 @@ TG_HANDLER(handle_read_encoded_strip) {
   }
 
   const tmsize_t size = TIFFStripSize(tif);
-  std::vector<unsigned char> chunk = chunk_buffer(size);
+  const ChunkBuffer chunk(size);
   // The buffer's size rather than -1: the same for every consistent file,
   // and libtiff then never writes past the buffer when its strip sizes
   // disagree (an overflowing full strip size reads back as 0).
@@ -190,7 +209,7 @@ TG_HANDLER(handle_read_encoded_tile) {
   const std::uint32_t tiles = TIFFNumberOfTiles(tif);
   if (tile >= tiles) raise(Tiff::badTileNumber(tiles));
 
-  std::vector<unsigned char> chunk = chunk_buffer(size);
+  const ChunkBuffer chunk(size);
   // The result is not examined: a failed decode leaves zeros, and libtiff's
   // message becomes a warning.
   TIFFReadEncodedTile(tif, tile, chunk.data(), static_cast<tmsize_t>(chunk.size()));

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -142,6 +143,7 @@ TEST(read_encoded, one_bit_rows_start_on_a_byte) {
   EXPECT_FALSE(at(1, 127));
   EXPECT_TRUE(at(1, 128));
   EXPECT_FALSE(at(1, 129));
+  call("close", {id});
 }
 
 /// Writes a small stripped or tiled file with libtiff, after `extra` has set
@@ -290,6 +292,11 @@ void scribble(const std::string& path, std::uint64_t offset, std::size_t count) 
   for (std::size_t i = 0; i < count; ++i) f.put(static_cast<char>(0xA5 ^ i));
 }
 
+bool all_zero(const Array& a) {
+  const auto* bytes = static_cast<const unsigned char*>(a.data());
+  return std::all_of(bytes, bytes + a.byte_size(), [](unsigned char b) { return b == 0; });
+}
+
 /// Points the last StripOffsets entry of a little-endian classic TIFF at
 /// `offset`: libtiff writes the directory after the data, so cutting the
 /// file would lose the directory instead.
@@ -335,6 +342,7 @@ TEST(read_encoded, corrupt_and_truncated_chunks_still_convert) {
   ASSERT_EQ(outcome(bad), "ok");
   EXPECT_EQ(bad.out().dims(), (Array::Dims{16, 16, 2}));
   EXPECT_EQ(compare_outputs(bad, libtiff_chunk(ref, 1)), "");
+  EXPECT_TRUE(all_zero(bad.out()));
   ASSERT_FALSE(bad.warnings.empty());
   EXPECT_EQ(bad.warnings.front().identifier, kLibtiffErrorId);
   EXPECT_EQ(compare_outputs(call("readEncodedTile", {id, num(2)}), pattern_chunk(spec, ref, 2)), "");
@@ -351,6 +359,8 @@ TEST(read_encoded, corrupt_and_truncated_chunks_still_convert) {
     const auto r = call("readEncodedStrip", {cutId, num(i)});
     ASSERT_EQ(outcome(r), "ok");
     EXPECT_EQ(compare_outputs(r, libtiff_chunk(cutRef, i)), "") << i;
+    EXPECT_EQ(all_zero(r.out()), i == 2) << i;
+    EXPECT_EQ(r.warnings.size(), i == 2 ? 1u : 0u) << i;
   }
   call("close", {cutId});
 }
