@@ -65,7 +65,8 @@ const Case kCases[] = {
     {"YCbCr 2x2", zvUINT8_CLASS, 15, 9, 8, 3, U, C, YCC, COMPRESSION_NONE, 4, 0, 0, 2, 2, {1, 15}},
     {"YCbCr 2x1, LZW", zvUINT8_CLASS, 15, 5, 8, 3, U, C, YCC, COMPRESSION_LZW, 3, 0, 0, 2, 1, {2, 15}},
     {"YCbCr 2x2 tiles", zvUINT8_CLASS, 31, 17, 8, 3, U, C, YCC, COMPRESSION_NONE, 0, 16, 0, 2, 2, {1, 15}},
-    {"YCbCr 2x2 JPEG", zvUINT8_CLASS, 48, 40, 8, 3, U, C, YCC, COMPRESSION_JPEG, 16, 0, 0, 2, 2, {8, 48}},
+    {"YCbCr 2x2 JPEG", zvUINT8_CLASS, 47, 40, 8, 3, U, C, YCC, COMPRESSION_JPEG, 16, 0, 0, 2, 2, {8, 47}},
+    {"YCbCr 2x1 JPEG", zvUINT8_CLASS, 47, 40, 8, 3, U, C, YCC, COMPRESSION_JPEG, 16, 0, 0, 2, 1, {8, 47}},
     {"JPEG grey", zvUINT8_CLASS, 40, 24, 8, 1, U, C, GREY, COMPRESSION_JPEG, 16, 0, 0, 1, 1, {8, 40}},
     {"JPEG RGB tiles", zvUINT8_CLASS, 40, 40, 8, 3, U, C, RGB, COMPRESSION_JPEG, 0, 16, 0, 1, 1, {8, 8, 3}},
 };

@@ -163,8 +163,10 @@ void write_image(const std::string& path, const ImageSpec& s) {
             }
           }
     }
+    // Only the rows of a short last strip: libtiff's JPEG coder refuses more
+    // rows than the strip has with 2 x 1 subsampling.
     const tmsize_t written = tiled ? TIFFWriteEncodedTile(out, i, chunk.data(), size)
-                                   : TIFFWriteEncodedStrip(out, i, chunk.data(), size);
+                                   : TIFFWriteEncodedStrip(out, i, chunk.data(), TIFFVStripSize(out, p.rows));
     if (written < 0) throw std::runtime_error("libtiff could not write chunk of " + path);
   }
 }
