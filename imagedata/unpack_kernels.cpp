@@ -32,8 +32,8 @@ void zero_rows(T* out, std::size_t rows, std::size_t columns, std::size_t from) 
 }
 
 template <class T>
-void unpack_elements(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, void* out_) {
-  T* out = static_cast<T*>(out_);
+void unpack_elements(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, void* output) {
+  T* out = static_cast<T*>(output);
   const std::size_t m = shape.rows, n = shape.columns, spc = shape.samples, plane = m * n;
   const std::size_t stride = shape.width * spc * sizeof(T);
   const std::size_t kept = readable_rows(bytes, stride, n * spc * sizeof(T), m);
@@ -57,10 +57,10 @@ void unpack_elements(const unsigned char* chunk, std::size_t bytes, const ChunkS
 
 template <class T>
 void unpack_ycbcr(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, Subsampling f,
-                  void* y_, void* cb_, void* cr_) {
-  T* y = static_cast<T*>(y_);
-  T* cb = static_cast<T*>(cb_);
-  T* cr = static_cast<T*>(cr_);
+                  void* yPlane, void* cbPlane, void* crPlane) {
+  T* y = static_cast<T*>(yPlane);
+  T* cb = static_cast<T*>(cbPlane);
+  T* cr = static_cast<T*>(crPlane);
   const std::size_t h = f.horizontal, v = f.vertical, m = shape.rows, n = shape.columns;
   const std::size_t cm = chroma_extent(m, v), cn = chroma_extent(n, h);
   const std::size_t lumaPerUnit = h * v, unit = (lumaPerUnit + 2) * sizeof(T);

@@ -1,8 +1,8 @@
-// Two read errors that no consistent libtiff can produce, reached by putting
-// this executable's own TIFFReadEncodedStrip and TIFFGetFieldDefaulted in
-// front of libtiff's (a definition in the executable takes precedence over
-// the shared library's): a strip read that returns more bytes than the strip
-// size, and a SampleFormat outside the values libtiff accepts.
+// Read errors that libtiff never lets happen, reached by putting this
+// executable's own TIFFReadEncodedStrip and TIFFGetFieldDefaulted in front of
+// libtiff's (a definition in the executable takes precedence over the shared
+// library's): a strip read that returns more bytes than the strip size, and
+// SampleFormat or PlanarConfiguration values that libtiff refuses to store.
 #include "support/image_files.h"
 #include "support/tiff_files.h"
 
@@ -14,7 +14,8 @@
 
 namespace {
 tmsize_t g_extra_bytes = 0;
-std::uint16_t g_sample_format = 0;  // 0: report the real one
+std::uint32_t g_tag = 0;  // the tag whose value is replaced; 0 for none
+std::uint16_t g_value = 0;
 }  // namespace
 
 extern "C" tmsize_t TIFFReadEncodedStrip(TIFF* tif, uint32_t strip, void* buffer, tmsize_t size) {
@@ -28,8 +29,8 @@ extern "C" int TIFFGetFieldDefaulted(TIFF* tif, uint32_t tag, ...) {
   va_list arguments;
   va_start(arguments, tag);
   int found = 1;
-  if (tag == TIFFTAG_SAMPLEFORMAT && g_sample_format != 0)
-    *va_arg(arguments, std::uint16_t*) = g_sample_format;
+  if (tag == g_tag)
+    *va_arg(arguments, std::uint16_t*) = g_value;
   else
     found = TIFFVGetFieldDefaulted(tif, tag, arguments);
   va_end(arguments);
@@ -41,7 +42,7 @@ namespace {
 
 using embedded::call;
 
-TEST(read_encoded_injected, too_many_bytes_and_unknown_sample_format) {
+TEST(read_encoded_injected, too_many_bytes_unknown_format_illegal_planar_configuration) {
   ScratchDir dir;
   ImageSpec spec;  // 16 x 16 uint8 in strips of 8 rows: 128 bytes a strip
   spec.rowsPerStrip = 8;
@@ -56,10 +57,13 @@ TEST(read_encoded_injected, too_many_bytes_and_unknown_sample_format) {
   g_extra_bytes = 0;
   EXPECT_EQ(outcome(call("readEncodedStrip", {a, num(1)})), "ok");
 
-  g_sample_format = 7;
+  g_tag = TIFFTAG_SAMPLEFORMAT, g_value = 7;
   EXPECT_EQ(outcome(call("readEncodedStrip", {b, num(0)})), "unknownSampleFormat(7)");
   EXPECT_EQ(outcome(call("readEncodedStrip", {a, num(0)})), "badSampleFormatBitsPerSampleCombination(7, 8)");
-  g_sample_format = 0;
+  g_tag = TIFFTAG_PLANARCONFIG, g_value = 3;
+  EXPECT_EQ(outcome(call("readEncodedTile", {a, num(0)})), "illegalPlanarConfiguration(3)");
+  EXPECT_EQ(outcome(call("computeStrip", {a, num(0)})), "illegalPlanarConfiguration(3)");
+  g_tag = 0;
   EXPECT_EQ(outcome(call("readEncodedStrip", {b, num(0)})), "ok");
   call("close", {a});
   call("close", {b});
