@@ -1,12 +1,53 @@
+#include "files/files.h"
+#include "gateway/convert.h"
 #include "gateway/errors.h"
 #include "gateway/handlers.h"
+#include "imagedata/layout.h"
+
+#include <tiffio.h>
+
+#include <algorithm>
+#include <cstdint>
 
 namespace tiffgate {
+namespace {
 
-// Not built yet: refuse the command by name rather than do anything half-way.
-TG_HANDLER(handle_compute_strip) { raise(Tiff::InvalidOperation(entry.name)); }
+/// The sample operand (the third, after handle and position): required for
+/// separate planes, refused for contiguous ones.
+std::uint16_t sample_operand(int nOperands, const zvArray* operands[], const ImageLayout& layout) {
+  if (nOperands < 3) {
+    if (layout.planarConfiguration == PLANARCONFIG_SEPARATE) raise(Tiff::sampleParameterRequired());
+    return 0;
+  }
+  if (layout.planarConfiguration == PLANARCONFIG_CONTIG) raise(Tiff::sampleParameterNotAllowedInChunkyCase());
+  // Held to SamplesPerPixel itself, one past the last sample: libtiff
+  // reports that one through its own error.
+  return std::min(indexToUInt16(operands[2]), layout.samplesPerPixel);
+}
 
-// Not built yet: refuse the command by name rather than do anything half-way.
-TG_HANDLER(handle_compute_tile) { raise(Tiff::InvalidOperation(entry.name)); }
+zvArray* one_based(std::uint32_t index) { return zvCreateDoubleScalar(static_cast<double>(index) + 1); }
+
+}  // namespace
+
+TG_HANDLER(handle_compute_strip) {
+  TIFF* tif = basic_file_id(operands[0]);
+  const ImageLayout layout = readImageLayout(tif);
+  std::uint32_t row = indexToUInt32(operands[1]);
+  if (row >= layout.imageLength) row = layout.imageLength - 1;  // the last row
+  const std::uint16_t sample = sample_operand(nOperands, operands, layout);
+  outputs[0] = one_based(TIFFComputeStrip(tif, row, sample));
+}
+
+TG_HANDLER(handle_compute_tile) {
+  TIFF* tif = basic_file_id(operands[0]);
+  const ImageLayout layout = readImageLayout(tif);
+  auto [column, row] = rowColumnToUInt32Pair(operands[1]);
+  const std::uint16_t sample = sample_operand(nOperands, operands, layout);
+  // Unlike the strip's, this clamp goes to the dimension itself, one past
+  // the last pixel; the difference is deliberate.
+  column = std::min(column, layout.imageWidth);
+  row = std::min(row, layout.imageLength);
+  outputs[0] = one_based(TIFFComputeTile(tif, column, row, 0, sample));
+}
 
 }  // namespace tiffgate

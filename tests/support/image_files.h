@@ -1,0 +1,73 @@
+#pragma once
+/// Test support for the image-data commands: files written with libtiff
+/// directly from a known pattern, and libtiff's own decode of a chunk laid
+/// out by hand the way the read commands must return it.
+
+#include "host/embedded/session.h"
+
+#include <tiffio.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tiffgate::testing {
+
+/// The layout of an image to write; stripped unless tileWidth is set.
+struct ImageSpec {
+  std::uint32_t width = 16, length = 16;
+  std::uint16_t bits = 8, samples = 1, format = SAMPLEFORMAT_UINT;
+  std::uint16_t planar = PLANARCONFIG_CONTIG, photometric = PHOTOMETRIC_MINISBLACK;
+  std::uint16_t compression = COMPRESSION_NONE;
+  std::uint32_t rowsPerStrip = 0;  ///< 0: the whole image in one strip
+  std::uint32_t tileWidth = 0, tileLength = 0;
+  std::uint16_t extraSamples = 0;  ///< trailing samples marked as alpha
+  std::uint16_t subsampling[2] = {2, 2};  ///< YCbCr only
+};
+
+/// The value of sample k of image pixel (row, column), as the bits of one
+/// element (0 or 1 for 1-bit data). For YCbCr, k 0 is Y at (row, column)
+/// and k 1 and 2 are Cb and Cr at chroma position (row, column).
+std::uint64_t pattern(const ImageSpec& spec, std::uint32_t row, std::uint32_t column, std::uint16_t k);
+
+/// Writes a one-directory file with libtiff, every chunk filled from
+/// pattern() (YCbCr as raw data units); chunk padding is zero.
+void write_image(const std::string& path, const ImageSpec& spec);
+
+/// Where chunk `index` of the current directory lies, worked out from the
+/// tags alone.
+struct ChunkPlace {
+  std::uint32_t row0 = 0, column0 = 0;  ///< image position of its top-left pixel
+  std::uint16_t plane = 0;              ///< first sample it holds
+  std::uint32_t width = 0, length = 0;  ///< chunk extent
+  std::uint32_t rows = 0, columns = 0;  ///< the part inside the image
+};
+ChunkPlace chunk_place(TIFF* tif, std::uint32_t index);
+
+/// An expected output: dimensions and element bytes in column-major order.
+struct Expected {
+  std::vector<std::size_t> dims;
+  std::vector<unsigned char> bytes;
+};
+
+/// libtiff's own decode of chunk `index` (TIFFReadEncodedStrip/Tile into a
+/// zero-filled buffer), cut to the image and rearranged element by element:
+/// one array, or Y, Cb and Cr for contiguous YCbCr.
+std::vector<Expected> libtiff_chunk(TIFF* tif, std::uint32_t index);
+
+/// The same arrays built from pattern() for a file written by write_image.
+std::vector<Expected> pattern_chunk(const ImageSpec& spec, TIFF* tif, std::uint32_t index);
+
+/// Empty when the call's outputs have exactly these dimensions and bytes;
+/// otherwise what differs first.
+std::string compare_outputs(const embedded::CallResult& result, const std::vector<Expected>& expected);
+
+/// "ok" after a success, else the error as "kind(arguments)", e.g.
+/// "badStripNumber(3)" or "badDatatypeForSampleFormat('Uint', 'int8')".
+std::string outcome(const embedded::CallResult& result);
+
+/// The libtiff handle behind a file identifier, for tests that change the
+/// handle's state the way a host-side caller could not.
+inline TIFF* handle_of(const embedded::Array& id) { return reinterpret_cast<TIFF*>(id.at<std::uint64_t>(0)); }
+
+}  // namespace tiffgate::testing
