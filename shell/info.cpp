@@ -130,12 +130,13 @@ class Summary {
       out_ << in << "YCbCr subsampling: " << shortest(sub->number(0)) << " x " << shortest(sub->number(1)) << '\n';
     out_ << in << "compression: " << named(kCompressions, field("Compression")) << '\n';
     out_ << in << "planar configuration: " << named(kPlanarConfigurations, field("PlanarConfiguration")) << '\n';
+    const auto count = [](double n, const char* noun) { return shortest(n) + " " + noun + (n == 1 ? "" : "s"); };
     if (field("isTiled") != 0) {
       out_ << in << "tiled: " << text("TileWidth") << " x " << text("TileLength") << " tiles, "
-           << shortest(ask("numberOfTiles", {id})->number()) << " tiles\n";
+           << count(ask("numberOfTiles", {id})->number(), "tile") << '\n';
     } else {
-      out_ << in << "stripped: " << text("RowsPerStrip") << " rows per strip, "
-           << shortest(ask("numberOfStrips", {id})->number()) << " strips\n";
+      out_ << in << "stripped: " << count(field("RowsPerStrip"), "row") << " per strip, "
+           << count(ask("numberOfStrips", {id})->number(), "strip") << '\n';
     }
     out_ << in << "extra samples: ";
     if (field("numExtraSamples") == 0) {

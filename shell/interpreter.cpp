@@ -57,6 +57,8 @@ void Interpreter::leave() {
   for (const auto& w : embedded::unload()) report("warning", w.identifier, w.message);
 }
 
+void Interpreter::assign(const std::string& name, Array value) { variables_[name] = std::move(value); }
+
 const Array* Interpreter::variable(const std::string& name) const {
   const auto it = variables_.find(name);
   return it == variables_.end() ? nullptr : &it->second;
@@ -187,7 +189,7 @@ std::vector<Array> Interpreter::call(const Node& node, int nargout) {
   std::vector<Array> args;
   for (std::size_t i = first; i < node.kids.size(); ++i) args.push_back(value_of(*node.kids[i]));
   if (gateway) return call_gateway(std::nullopt, std::move(args), nargout);
-  if (is_builtin(name)) return {call_builtin(name, args)};
+  if (is_builtin(name)) return call_builtin(name, args, nargout);
   return call_gateway(name, std::move(args), nargout);
 }
 

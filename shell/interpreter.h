@@ -29,6 +29,8 @@ class Interpreter {
   /// still open are closed, with their warnings.
   void leave();
 
+  /// Sets a variable, as name = value does.
+  void assign(const std::string& name, Array value);
   /// A variable's value, or null.
   const Array* variable(const std::string& name) const;
 

@@ -372,6 +372,10 @@ class Parser {
         separated = true;
       } else {
         if (!separated && !t.space_before) fail(t, "unexpected " + describe(t));
+        // [1 -2] is two elements; [1 - 2] would read as a subtraction,
+        // which the shell does not do.
+        if (!separated && (is('-') || is('+')) && peek(1).space_before)
+          fail(t, std::string("unexpected '") + t.punct + "': the shell does no arithmetic");
         n->kids.push_back(expression(true));
         ++in_row;
         separated = false;

@@ -14,6 +14,8 @@ namespace {
 [[noreturn]] void fail(const char* identifier, const std::string& message) { throw ShellError(identifier, message); }
 
 std::string number_text(double v) {
+  if (std::isnan(v)) return "NaN";
+  if (std::isinf(v)) return v > 0 ? "Inf" : "-Inf";
   char buffer[32];
   const auto end = std::to_chars(buffer, buffer + sizeof buffer, v).ptr;
   return std::string(buffer, end);
@@ -198,42 +200,63 @@ Array cat(const std::vector<Array>& args) {
   return concatenate(static_cast<std::size_t>(dim) - 1, std::vector<Array>(args.begin() + 1, args.end()));
 }
 
-Array size(const std::vector<Array>& args) {
+/// size(x), size(x, d), and [d1, d2, ...] = size(x) whose last output takes
+/// the product of the remaining dimensions.
+std::vector<Array> size(const std::vector<Array>& args, int nargout) {
   const Array::Dims& dims = args[0].dims();
   if (args.size() == 2) {
     const std::size_t d = dimension(scalar_argument(args[1], "size"), "size");
     if (d == 0) fail("tiffgate:badArgument", "size counts dimensions from 1");
-    return Array::scalar(d <= dims.size() ? static_cast<double>(dims[d - 1]) : 1.0);
+    return {Array::scalar(d <= dims.size() ? static_cast<double>(dims[d - 1]) : 1.0)};
   }
-  Array out(zvDOUBLE_CLASS, {1, dims.size()});
-  std::transform(dims.begin(), dims.end(), out.data_as<double>(), [](std::size_t d) { return static_cast<double>(d); });
-  return out;
+  if (nargout <= 1) {
+    Array out(zvDOUBLE_CLASS, {1, dims.size()});
+    std::transform(dims.begin(), dims.end(), out.data_as<double>(), [](std::size_t d) { return static_cast<double>(d); });
+    return {out};
+  }
+  std::vector<Array> outs;
+  const std::size_t n = static_cast<std::size_t>(nargout);
+  for (std::size_t i = 0; i < n; ++i) {
+    double d = i < dims.size() ? static_cast<double>(dims[i]) : 1.0;
+    if (i + 1 == n)
+      for (std::size_t j = n; j < dims.size(); ++j) d *= static_cast<double>(dims[j]);
+    outs.push_back(Array::scalar(d));
+  }
+  return outs;
+}
+
+using BuiltinFunction = std::function<std::vector<Array>(const std::vector<Array>&, int nargout)>;
+
+/// A builtin of one output.
+template <class F>
+BuiltinFunction one(F f) {
+  return [f](const std::vector<Array>& args, int) { return std::vector<Array>{f(args)}; };
 }
 
 struct BuiltinRow {
   const char* name;
   std::size_t least;
   std::size_t most;
-  std::function<Array(const std::vector<Array>&)> run;
+  BuiltinFunction run;
 };
 
 const std::vector<BuiltinRow>& builtins() {
   constexpr std::size_t kAny = SIZE_MAX;
   static const std::vector<BuiltinRow> table = [] {
     std::vector<BuiltinRow> rows = {
-        {"zeros", 0, kAny, [](const std::vector<Array>& a) { return filled(a, "zeros", 0); }},
-        {"ones", 0, kAny, [](const std::vector<Array>& a) { return filled(a, "ones", 1); }},
-        {"reshape", 2, kAny, reshape},
-        {"cat", 1, kAny, cat},
+        {"zeros", 0, kAny, one([](const std::vector<Array>& a) { return filled(a, "zeros", 0); })},
+        {"ones", 0, kAny, one([](const std::vector<Array>& a) { return filled(a, "ones", 1); })},
+        {"reshape", 2, kAny, one(reshape)},
+        {"cat", 1, kAny, one(cat)},
         {"size", 1, 2, size},
-        {"class", 1, 1, [](const std::vector<Array>& a) { return Array::text(a[0].class_name()); }},
-        {"numel", 1, 1, [](const std::vector<Array>& a) { return Array::scalar(static_cast<double>(a[0].numel())); }},
+        {"class", 1, 1, one([](const std::vector<Array>& a) { return Array::text(a[0].class_name()); })},
+        {"numel", 1, 1, one([](const std::vector<Array>& a) { return Array::scalar(static_cast<double>(a[0].numel())); })},
     };
     for (const ClassName& c : kConversions) {
-      rows.push_back({c.name, 1, 1, [cls = c.cls](const std::vector<Array>& a) {
+      rows.push_back({c.name, 1, 1, one([cls = c.cls](const std::vector<Array>& a) {
                         if (cls == zvUINT64_CLASS && a[0].class_id() == zvCHAR_CLASS) return uint64_from_text(a[0]);
                         return convert(a[0], cls);
-                      }});
+                      })});
     }
     return rows;
   }();
@@ -422,7 +445,7 @@ Array negate(const Array& x) {
 
 bool is_builtin(std::string_view name) { return builtin_named(name) != nullptr; }
 
-Array call_builtin(std::string_view name, const std::vector<Array>& args) {
+std::vector<Array> call_builtin(std::string_view name, const std::vector<Array>& args, int nargout) {
   const BuiltinRow& row = *builtin_named(name);
   if (args.size() < row.least || args.size() > row.most) {
     const std::string count = row.least == row.most ? std::to_string(row.least)
@@ -432,7 +455,7 @@ Array call_builtin(std::string_view name, const std::vector<Array>& args) {
                                                 (row.least == 1 && row.most == 1 ? "" : "s") + ", not " +
                                                 std::to_string(args.size()));
   }
-  return row.run(args);
+  return row.run(args, nargout);
 }
 
 }  // namespace tiffgate::shell

@@ -72,7 +72,8 @@ std::string dims_text(const Array::Dims& dims);
 
 /// Whether name is a builtin function of the shell.
 bool is_builtin(std::string_view name);
-/// Calls the builtin name (is_builtin(name) must hold) with args.
-Array call_builtin(std::string_view name, const std::vector<Array>& args);
+/// Calls the builtin name (is_builtin(name) must hold) with args; only size
+/// gives more than one value, when nargout asks for them.
+std::vector<Array> call_builtin(std::string_view name, const std::vector<Array>& args, int nargout);
 
 }  // namespace tiffgate::shell
