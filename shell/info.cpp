@@ -21,23 +21,39 @@ constexpr Named kSampleFormats[] = {
     {4, "untyped"},          {5, "complex integer"}, {6, "complex floating point"},
 };
 constexpr Named kPhotometrics[] = {
-    {0, "MinIsWhite"}, {1, "MinIsBlack"}, {2, "RGB"},       {3, "Palette"}, {4, "Mask"},
-    {5, "Separated"},  {6, "YCbCr"},      {8, "CIELab"},    {9, "ICCLab"},  {10, "ITULab"},
+    {0, "MinIsWhite"}, {1, "MinIsBlack"}, {2, "RGB"},        {3, "Palette"},       {4, "Mask"},
+    {5, "Separated"},  {6, "YCbCr"},      {8, "CIELab"},     {9, "ICCLab"},        {10, "ITULab"},
     {32803, "CFA"},    {32844, "LogL"},   {32845, "LogLuv"}, {34892, "LinearRaw"},
 };
 constexpr Named kCompressions[] = {
-    {1, "None"},          {2, "CCITT RLE"},     {3, "CCITT Group 3"}, {4, "CCITT Group 4"}, {5, "LZW"},
-    {6, "old JPEG"},      {7, "JPEG"},          {8, "Adobe Deflate"}, {32771, "CCITT RLEW"}, {32773, "PackBits"},
-    {32809, "ThunderScan"}, {32946, "Deflate"}, {34661, "JBIG"},      {34676, "SGILog"},    {34677, "SGILog24"},
-    {34712, "JPEG 2000"}, {34887, "LERC"},      {34925, "LZMA"},      {50000, "Zstandard"}, {50001, "WebP"},
+    {1, "None"},
+    {2, "CCITT RLE"},
+    {3, "CCITT Group 3"},
+    {4, "CCITT Group 4"},
+    {5, "LZW"},
+    {6, "old JPEG"},
+    {7, "JPEG"},
+    {8, "Adobe Deflate"},
+    {32771, "CCITT RLEW"},
+    {32773, "PackBits"},
+    {32809, "ThunderScan"},
+    {32946, "Deflate"},
+    {34661, "JBIG"},
+    {34676, "SGILog"},
+    {34677, "SGILog24"},
+    {34712, "JPEG 2000"},
+    {34887, "LERC"},
+    {34925, "LZMA"},
+    {50000, "Zstandard"},
+    {50001, "WebP"},
 };
 constexpr Named kPlanarConfigurations[] = {{1, "contiguous"}, {2, "separate"}};
 constexpr Named kExtraSamples[] = {{0, "unspecified"}, {1, "associated alpha"}, {2, "unassociated alpha"}};
 // The text tags worth showing, in tag order.
 constexpr Named kTextTags[] = {
-    {269, "DocumentName"}, {270, "ImageDescription"}, {271, "Make"},         {272, "Model"},
-    {285, "PageName"},     {305, "Software"},         {306, "DateTime"},     {315, "Artist"},
-    {316, "HostComputer"}, {337, "TargetPrinter"},    {33432, "Copyright"},  {34737, "GeoASCIIParamsTag"},
+    {269, "DocumentName"}, {270, "ImageDescription"}, {271, "Make"},        {272, "Model"},
+    {285, "PageName"},     {305, "Software"},         {306, "DateTime"},    {315, "Artist"},
+    {316, "HostComputer"}, {337, "TargetPrinter"},    {33432, "Copyright"}, {34737, "GeoASCIIParamsTag"},
 };
 
 /// "RGB (2)", "unknown (7)".
@@ -96,7 +112,7 @@ class Summary {
     for (const auto& w : r.warnings) diagnostic("warning", w.identifier, w.message);
     if (!r.ok()) {
       if (absent_ok && r.error->identifier == kAbsentTag) return std::nullopt;
-      throw ShellError(r.error->identifier, r.error->message);
+      fail(r.error->identifier, r.error->message);
     }
     if (r.outputs.empty() || !r.outputs[0]) return std::nullopt;
     return std::move(*r.outputs[0]);
@@ -112,8 +128,8 @@ class Summary {
     ok_ = false;
   }
 
-  void describe_directory(const Array& id, const std::string& heading, double index,
-                          std::vector<std::uint64_t> path, const std::string& indent, std::set<std::uint64_t>& seen) {
+  void describe_directory(const Array& id, const std::string& heading, double index, std::vector<std::uint64_t> path,
+                          const std::string& indent, std::set<std::uint64_t>& seen) {
     const Array meta = *ask("retrieveMetadata", {id});
     const auto field = [&meta](const char* name) {
       const Array* v = meta.field(name);

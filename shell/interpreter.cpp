@@ -20,8 +20,8 @@ bool is_command(const std::string& name) {
 
 double range_operand(const Array& a) {
   if (!is_numeric_or_logical(a.class_id()) || a.numel() != 1)
-    throw ShellError("tiffgate:badArgument", std::string("a range needs numeric scalars, not ") + a.class_name() + " " +
-                                                 dims_text(a.dims()));
+    fail("tiffgate:badArgument",
+         std::string("a range needs numeric scalars, not ") + a.class_name() + " " + dims_text(a.dims()));
   return a.number(0);
 }
 
@@ -76,9 +76,8 @@ void Interpreter::execute(const Statement& s) {
   if (s.multiple) {
     std::vector<Array> values = evaluate(*s.expr, static_cast<int>(s.targets.size()));
     if (values.size() < s.targets.size())
-      throw ShellError("tiffgate:missingOutput", what_gives(*s.expr) + " gave " + std::to_string(values.size()) +
-                                                     " value(s), but " + std::to_string(s.targets.size()) +
-                                                     " were asked for");
+      fail("tiffgate:missingOutput", what_gives(*s.expr) + " gave " + std::to_string(values.size()) +
+                                         " value(s), but " + std::to_string(s.targets.size()) + " were asked for");
     for (std::size_t i = 0; i < s.targets.size(); ++i) variables_[s.targets[i]] = std::move(values[i]);
     if (s.print)
       for (const std::string& name : s.targets) show(name, variables_[name]);
@@ -102,7 +101,7 @@ void Interpreter::execute(const Statement& s) {
 
 Array Interpreter::value_of(const Node& node) {
   std::vector<Array> values = evaluate(node, 1);
-  if (values.empty()) throw ShellError("tiffgate:noValue", what_gives(node) + " gave no value");
+  if (values.empty()) fail("tiffgate:noValue", what_gives(node) + " gave no value");
   return std::move(values[0]);
 }
 
@@ -125,8 +124,7 @@ std::vector<Array> Interpreter::evaluate(const Node& node, int nargout) {
     case Node::Kind::name:
       if (auto v = named_value(node.text)) return {std::move(*v)};
       return call(node, nargout);  // a function named without parentheses
-    case Node::Kind::colon:
-      throw ShellError("tiffgate:badIndex", "':' stands for a whole dimension only inside an index");
+    case Node::Kind::colon: fail("tiffgate:badIndex", "':' stands for a whole dimension only inside an index");
     case Node::Kind::range: {
       const double start = range_operand(value_of(*node.kids[0]));
       const double second = range_operand(value_of(*node.kids[1]));
@@ -141,14 +139,14 @@ std::vector<Array> Interpreter::evaluate(const Node& node, int nargout) {
       if (node.kind == Node::Kind::field) {
         const Array* field = base.class_id() == zvSTRUCT_CLASS ? base.field(node.text) : nullptr;
         if (field == nullptr)
-          throw ShellError("tiffgate:noSuchField", base.class_id() == zvSTRUCT_CLASS
-                                                       ? "the structure has no field '" + node.text + "'"
-                                                       : std::string("'.") + node.text + "' needs a structure, not " +
-                                                             base.class_name());
+          fail("tiffgate:noSuchField",
+               base.class_id() == zvSTRUCT_CLASS
+                   ? "the structure has no field '" + node.text + "'"
+                   : std::string("'.") + node.text + "' needs a structure, not " + base.class_name());
         return {*field};
       }
       if (base.class_id() != zvCELL_CLASS)
-        throw ShellError("tiffgate:badIndex", std::string("{} indexes a cell, not ") + base.class_name());
+        fail("tiffgate:badIndex", std::string("{} indexes a cell, not ") + base.class_name());
       std::vector<Subscript> subscripts;
       for (std::size_t i = 1; i < node.kids.size(); ++i) {
         const bool all = node.kids[i]->kind == Node::Kind::colon;
@@ -156,7 +154,7 @@ std::vector<Array> Interpreter::evaluate(const Node& node, int nargout) {
       }
       const Array picked = index(base, subscripts);
       if (picked.numel() != 1)
-        throw ShellError("tiffgate:badIndex", "{} must pick one element, not " + std::to_string(picked.numel()));
+        fail("tiffgate:badIndex", "{} must pick one element, not " + std::to_string(picked.numel()));
       return {picked.cells()[0]};
     }
     case Node::Kind::matrix:
@@ -185,7 +183,7 @@ std::vector<Array> Interpreter::call(const Node& node, int nargout) {
   const std::string& name = callee.text;
   const bool gateway = name == "gateway";
   if (!gateway && !is_builtin(name) && !is_command(name))
-    throw ShellError("tiffgate:undefined", "'" + name + "' is neither a variable, a builtin nor a command");
+    fail("tiffgate:undefined", "'" + name + "' is neither a variable, a builtin nor a command");
   std::vector<Array> args;
   for (std::size_t i = first; i < node.kids.size(); ++i) args.push_back(value_of(*node.kids[i]));
   if (gateway) return call_gateway(std::nullopt, std::move(args), nargout);
@@ -193,11 +191,12 @@ std::vector<Array> Interpreter::call(const Node& node, int nargout) {
   return call_gateway(name, std::move(args), nargout);
 }
 
-std::vector<Array> Interpreter::call_gateway(std::optional<std::string> word, std::vector<Array> operands, int nargout) {
+std::vector<Array> Interpreter::call_gateway(std::optional<std::string> word, std::vector<Array> operands,
+                                             int nargout) {
   embedded::CallResult result =
       word ? embedded::call(*word, std::move(operands), nargout) : embedded::call_inputs(operands, nargout);
   for (const auto& w : result.warnings) report("warning", w.identifier, w.message);
-  if (!result.ok()) throw ShellError(result.error->identifier, result.error->message);
+  if (!result.ok()) fail(result.error->identifier, result.error->message);
   std::vector<Array> values;
   for (auto& slot : result.outputs) {
     if (!slot) break;

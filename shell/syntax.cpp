@@ -74,9 +74,7 @@ class Lexer {
   }
 
  private:
-  char current(std::size_t ahead = 0) const {
-    return pos_ + ahead < text_.size() ? text_[pos_ + ahead] : '\0';
-  }
+  char current(std::size_t ahead = 0) const { return pos_ + ahead < text_.size() ? text_[pos_ + ahead] : '\0'; }
 
   char bump() {
     const char c = text_[pos_++];
@@ -114,8 +112,7 @@ class Lexer {
     t.kind = Tok::text;
     bump();
     for (;;) {
-      if (pos_ >= text_.size() || current() == '\n')
-        throw SyntaxError(t.line, t.column, "unterminated text");
+      if (pos_ >= text_.size() || current() == '\n') throw SyntaxError(t.line, t.column, "unterminated text");
       const char c = bump();
       if (c != '\'') {
         t.text += c;
@@ -155,9 +152,7 @@ class Parser {
   }
 
  private:
-  const Token& peek(std::size_t ahead = 0) const {
-    return tokens_[std::min(pos_ + ahead, tokens_.size() - 1)];
-  }
+  const Token& peek(std::size_t ahead = 0) const { return tokens_[std::min(pos_ + ahead, tokens_.size() - 1)]; }
   const Token& next() {
     const Token& t = peek();
     if (pos_ + 1 < tokens_.size()) ++pos_;
@@ -178,9 +173,7 @@ class Parser {
     }
     return "the end of the input";
   }
-  [[noreturn]] static void fail(const Token& t, const std::string& what) {
-    throw SyntaxError(t.line, t.column, what);
-  }
+  [[noreturn]] static void fail(const Token& t, const std::string& what) { throw SyntaxError(t.line, t.column, what); }
   void expect(char punct, const char* context) {
     if (!is(punct)) fail(peek(), std::string("expected '") + punct + "' " + context + ", found " + describe(peek()));
     next();
@@ -243,7 +236,29 @@ class Parser {
     next();  // '='
   }
 
+  /// Counts nesting while an expression is parsed: a deep enough text would
+  /// otherwise exhaust the stack here, in evaluation or in destruction.
+  class Nesting {
+   public:
+    Nesting(Parser& parser, int levels) : parser_(parser), levels_(levels) {
+      parser_.depth_ += levels_;
+      if (parser_.depth_ > kMaxDepth) {
+        parser_.depth_ -= levels_;
+        fail(parser_.peek(), "expressions are nested too deeply");
+      }
+    }
+    ~Nesting() { parser_.depth_ -= levels_; }
+    Nesting(const Nesting&) = delete;
+    Nesting& operator=(const Nesting&) = delete;
+
+   private:
+    Parser& parser_;
+    int levels_;
+  };
+  static constexpr int kMaxDepth = 256;
+
   NodePtr expression(bool in_matrix) {
+    const Nesting nesting(*this, 1);
     NodePtr start = unary(in_matrix);
     if (!is(':')) return start;
     auto range = make(Node::Kind::range, next());
@@ -262,6 +277,7 @@ class Parser {
       return unary(in_matrix);
     }
     if (is('-')) {
+      const Nesting nesting(*this, 1);
       auto negate = make(Node::Kind::negate, next());
       negate->kids.push_back(unary(in_matrix));
       return negate;
@@ -271,7 +287,7 @@ class Parser {
 
   NodePtr postfix(bool in_matrix) {
     NodePtr node = primary();
-    for (;;) {
+    for (int links = 1;; ++links) {
       // Inside [] and {} a blank ends the element: [a (1)] is two elements.
       if (in_matrix && peek().space_before) return node;
       Node::Kind kind;
@@ -284,6 +300,8 @@ class Parser {
       } else {
         return node;
       }
+      // Each link of x(1)(2).f nests the tree one level deeper.
+      const Nesting nesting(*this, links);
       auto outer = make(kind, peek());
       outer->kids.push_back(std::move(node));
       if (kind == Node::Kind::field) {
@@ -387,6 +405,7 @@ class Parser {
 
   std::vector<Token> tokens_;
   std::size_t pos_ = 0;
+  int depth_ = 0;
 };
 
 }  // namespace

@@ -15,8 +15,7 @@ namespace tiffgate::shell {
 /// characters, not bytes).
 class SyntaxError : public std::runtime_error {
  public:
-  SyntaxError(int line, int column, const std::string& what)
-      : std::runtime_error(what), line_(line), column_(column) {}
+  SyntaxError(int line, int column, const std::string& what) : std::runtime_error(what), line_(line), column_(column) {}
   int line() const { return line_; }
   int column() const { return column_; }
   /// "line L, column C: WHAT"
@@ -55,8 +54,8 @@ struct Node {
 
 struct Statement {
   std::vector<std::string> targets;  ///< empty: a bare expression
-  bool multiple = false;              ///< written [a, b, ...] = expr
-  bool print = true;                  ///< false when it ends in ';'
+  bool multiple = false;             ///< written [a, b, ...] = expr
+  bool print = true;                 ///< false when it ends in ';'
   NodePtr expr;
   int line = 0;
 };

@@ -11,8 +11,6 @@ namespace tiffgate::shell {
 
 namespace {
 
-[[noreturn]] void fail(const char* identifier, const std::string& message) { throw ShellError(identifier, message); }
-
 std::string number_text(double v) {
   if (std::isnan(v)) return "NaN";
   if (std::isinf(v)) return v > 0 ? "Inf" : "-Inf";
@@ -44,7 +42,8 @@ Dst cast_element(Src v) {
     if constexpr (std::is_same_v<Dst, float> && std::is_same_v<Src, double>) {
       // Past the midpoint between the largest single and 2^128 the nearest
       // single is infinite; a plain cast there would be undefined.
-      if (std::fabs(v) >= 0x1.ffffffp127) return std::copysign(std::numeric_limits<float>::infinity(), static_cast<float>(v));
+      if (std::fabs(v) >= 0x1.ffffffp127)
+        return std::copysign(std::numeric_limits<float>::infinity(), static_cast<float>(v));
     }
     return static_cast<Dst>(v);
   } else if constexpr (std::is_floating_point_v<Src>) {
@@ -58,9 +57,11 @@ Dst cast_element(Src v) {
   } else {
     if constexpr (std::is_signed_v<Src>) {
       if (v < 0) {
-        if constexpr (std::is_unsigned_v<Dst>) return 0;
-        else return static_cast<std::intmax_t>(v) < std::numeric_limits<Dst>::lowest() ? std::numeric_limits<Dst>::lowest()
-                                                                                        : static_cast<Dst>(v);
+        if constexpr (std::is_unsigned_v<Dst>)
+          return 0;
+        else
+          return static_cast<std::intmax_t>(v) < std::numeric_limits<Dst>::lowest() ? std::numeric_limits<Dst>::lowest()
+                                                                                    : static_cast<Dst>(v);
       }
     }
     return static_cast<std::uintmax_t>(v) > static_cast<std::uintmax_t>(std::numeric_limits<Dst>::max())
@@ -71,7 +72,8 @@ Dst cast_element(Src v) {
 
 Array convert(const Array& x, zvClassID target) {
   if (!is_numeric_or_logical(x.class_id()))
-    fail("tiffgate:wrongClass", std::string("cannot convert ") + x.class_name() + " to " + embedded::class_name(target));
+    fail("tiffgate:wrongClass",
+         std::string("cannot convert ") + x.class_name() + " to " + embedded::class_name(target));
   if (target == zvLOGICAL_CLASS)
     for (std::size_t i = 0; i < x.numel(); ++i)
       if (std::isnan(x.number(i))) fail("tiffgate:badArgument", "NaN cannot be converted to logical");
@@ -105,10 +107,9 @@ struct ClassName {
   zvClassID cls;
 };
 constexpr ClassName kConversions[] = {
-    {"double", zvDOUBLE_CLASS}, {"single", zvSINGLE_CLASS}, {"int8", zvINT8_CLASS},
-    {"uint8", zvUINT8_CLASS},   {"int16", zvINT16_CLASS},   {"uint16", zvUINT16_CLASS},
-    {"int32", zvINT32_CLASS},   {"uint32", zvUINT32_CLASS}, {"uint64", zvUINT64_CLASS},
-    {"logical", zvLOGICAL_CLASS},
+    {"double", zvDOUBLE_CLASS}, {"single", zvSINGLE_CLASS},   {"int8", zvINT8_CLASS},   {"uint8", zvUINT8_CLASS},
+    {"int16", zvINT16_CLASS},   {"uint16", zvUINT16_CLASS},   {"int32", zvINT32_CLASS}, {"uint32", zvUINT32_CLASS},
+    {"uint64", zvUINT64_CLASS}, {"logical", zvLOGICAL_CLASS},
 };
 
 const ClassName* conversion_named(std::string_view name) {
@@ -119,8 +120,8 @@ const ClassName* conversion_named(std::string_view name) {
 
 double scalar_argument(const Array& a, std::string_view function) {
   if (!is_numeric_or_logical(a.class_id()) || a.numel() != 1)
-    fail("tiffgate:badArgument", std::string(function) + " needs a numeric scalar here, not " + a.class_name() + " " +
-                                     dims_text(a.dims()));
+    fail("tiffgate:badArgument",
+         std::string(function) + " needs a numeric scalar here, not " + a.class_name() + " " + dims_text(a.dims()));
   return a.number(0);
 }
 
@@ -132,7 +133,8 @@ std::size_t dimension(double v, std::string_view function) {
 
 /// Sizes given as scalars (d1, d2, ...) or as one vector ([d1 d2 ...]). In
 /// reshape one of them may be [], to be worked out from the element count.
-Array::Dims sizes(const std::vector<Array>& args, std::size_t first, std::string_view function, std::size_t* placeholder) {
+Array::Dims sizes(const std::vector<Array>& args, std::size_t first, std::string_view function,
+                  std::size_t* placeholder) {
   Array::Dims dims;
   if (args.size() == first + 1 && args[first].numel() > 1) {
     const Array& v = args[first];
@@ -187,7 +189,8 @@ Array reshape(const std::vector<Array>& args) {
     product = x.numel();
   }
   if (product != x.numel())
-    fail("tiffgate:badArgument", "reshape cannot arrange " + std::to_string(x.numel()) + " elements as " + dims_text(dims));
+    fail("tiffgate:badArgument",
+         "reshape cannot arrange " + std::to_string(x.numel()) + " elements as " + dims_text(dims));
   Array out(x.class_id(), dims, false);
   copy_elements(x, 0, out, 0, x.numel());
   return out;
@@ -211,7 +214,8 @@ std::vector<Array> size(const std::vector<Array>& args, int nargout) {
   }
   if (nargout <= 1) {
     Array out(zvDOUBLE_CLASS, {1, dims.size()});
-    std::transform(dims.begin(), dims.end(), out.data_as<double>(), [](std::size_t d) { return static_cast<double>(d); });
+    std::transform(dims.begin(), dims.end(), out.data_as<double>(),
+                   [](std::size_t d) { return static_cast<double>(d); });
     return {out};
   }
   std::vector<Array> outs;
@@ -250,7 +254,8 @@ const std::vector<BuiltinRow>& builtins() {
         {"cat", 1, kAny, one(cat)},
         {"size", 1, 2, size},
         {"class", 1, 1, one([](const std::vector<Array>& a) { return Array::text(a[0].class_name()); })},
-        {"numel", 1, 1, one([](const std::vector<Array>& a) { return Array::scalar(static_cast<double>(a[0].numel())); })},
+        {"numel", 1, 1,
+         one([](const std::vector<Array>& a) { return Array::scalar(static_cast<double>(a[0].numel())); })},
     };
     for (const ClassName& c : kConversions) {
       rows.push_back({c.name, 1, 1, one([cls = c.cls](const std::vector<Array>& a) {
@@ -414,8 +419,9 @@ Array range(double start, double step, double stop) {
   const double q = (stop - start) / step;
   // A relative tolerance keeps 0:0.1:0.3 at four elements.
   const double count = std::floor(q + std::max(1.0, std::fabs(q)) * 4 * std::numeric_limits<double>::epsilon()) + 1;
-  if (!(count <= 0x1p31)) fail("tiffgate:badArgument", "the range " + number_text(start) + ":" + number_text(step) + ":" +
-                                                           number_text(stop) + " has too many elements");
+  if (!(count <= 0x1p31))
+    fail("tiffgate:badArgument", "the range " + number_text(start) + ":" + number_text(step) + ":" + number_text(stop) +
+                                     " has too many elements");
   Array out(zvDOUBLE_CLASS, {1, static_cast<std::size_t>(count)}, false);
   double* v = out.data_as<double>();
   for (std::size_t i = 0; i < out.numel(); ++i) v[i] = start + static_cast<double>(i) * step;
@@ -435,9 +441,13 @@ Array negate(const Array& x) {
     using T = decltype(type);
     for (std::size_t i = 0; i < x.numel(); ++i) {
       const T v = x.at<T>(i);
-      if constexpr (std::is_floating_point_v<T>) out.data_as<T>()[i] = -v;
-      else if constexpr (std::is_unsigned_v<T>) out.data_as<T>()[i] = 0;
-      else out.data_as<T>()[i] = v == std::numeric_limits<T>::lowest() ? std::numeric_limits<T>::max() : static_cast<T>(-v);
+      if constexpr (std::is_floating_point_v<T>)
+        out.data_as<T>()[i] = -v;
+      else if constexpr (std::is_unsigned_v<T>)
+        out.data_as<T>()[i] = 0;
+      else
+        out.data_as<T>()[i] =
+            v == std::numeric_limits<T>::lowest() ? std::numeric_limits<T>::max() : static_cast<T>(-v);
     }
   });
   return out;
@@ -448,7 +458,7 @@ bool is_builtin(std::string_view name) { return builtin_named(name) != nullptr; 
 std::vector<Array> call_builtin(std::string_view name, const std::vector<Array>& args, int nargout) {
   const BuiltinRow& row = *builtin_named(name);
   if (args.size() < row.least || args.size() > row.most) {
-    const std::string count = row.least == row.most ? std::to_string(row.least)
+    const std::string count = row.least == row.most  ? std::to_string(row.least)
                               : row.most == SIZE_MAX ? "at least " + std::to_string(row.least)
                                                      : std::to_string(row.least) + " or " + std::to_string(row.most);
     fail("tiffgate:wrongNumberOfArguments", std::string(name) + " takes " + count + " argument" +

@@ -26,8 +26,13 @@ class ShellError : public std::runtime_error {
   std::string identifier_;
 };
 
+/// The shell's one way to fail a statement; never returns.
+[[noreturn]] inline void fail(const std::string& identifier, const std::string& message) {
+  throw ShellError(identifier, message);
+}
+
 /// Calls f with a value of the element type of class cls (bool for
-/// logical, char16_t for char); cell, struct and others throw ShellError.
+/// logical, char16_t for char); cell, struct and others fail.
 template <class F>
 decltype(auto) with_element_type(zvClassID cls, F&& f) {
   switch (cls) {
@@ -45,8 +50,8 @@ decltype(auto) with_element_type(zvClassID cls, F&& f) {
     case zvUINT64_CLASS: return f(std::uint64_t{});
     default: break;
   }
-  throw ShellError("tiffgate:wrongClass", std::string("expected an array of numbers, logicals or characters, not ") +
-                                              embedded::class_name(cls));
+  fail("tiffgate:wrongClass",
+       std::string("expected an array of numbers, logicals or characters, not ") + embedded::class_name(cls));
 }
 
 /// Numeric (double, single, integers) or logical.

@@ -90,9 +90,10 @@ TEST(Printer, StructuresAndCells) {
             "s.Inner = struct 1x1\n"
             "s.Inner.Flag = logical 1x1 1\n"
             "s.Empty = double 0x0\n");
-  EXPECT_EQ(describe(Array::cell({Array::structure({{"A", Array::scalar(1)}, {"B", Array::cell({})}}), Array::text("")}),
-                     false),
-            "cell 1x2 {struct 1x1 {.A = double 1x1 1; .B = cell 1x0 {}}; char 0x0 ''}");
+  EXPECT_EQ(
+      describe(Array::cell({Array::structure({{"A", Array::scalar(1)}, {"B", Array::cell({})}}), Array::text("")}),
+               false),
+      "cell 1x2 {struct 1x1 {.A = double 1x1 1; .B = cell 1x0 {}}; char 0x0 ''}");
   // Each class at its element size; logical is one byte.
   EXPECT_EQ(describe(Array::of<std::uint16_t>(zvUINT16_CLASS, {1, 3}, {1, 65535, 7}), false), "uint16 1x3 1 65535 7");
   EXPECT_EQ(describe(Array::of<std::int32_t>(zvINT32_CLASS, {2, 1}, {-2147483647 - 1, 5}), false),
@@ -103,12 +104,13 @@ TEST(Interpreter, FieldsBracesAndValuesOfStructures) {
   std::ostringstream out, err;
   Interpreter shell(out, err, {false, true});
   shell.assign("s", metadata());
-  shell.run(parse("w = s.ImageWidth, s.Inner.Flag, c = {s, 'x'}; c{1}.Name, c{2}\n"
-                  "s.Missing\n"
-                  "w.Field\n"
-                  "t = s(1); t.ImageWidth\n"
-                  "c{1:2}\n"
-                  "s(2)"));
+  shell.run(
+      parse("w = s.ImageWidth, s.Inner.Flag, c = {s, 'x'}; c{1}.Name, c{2}\n"
+            "s.Missing\n"
+            "w.Field\n"
+            "t = s(1); t.ImageWidth\n"
+            "c{1:2}\n"
+            "s(2)"));
   EXPECT_EQ(out.str(),
             "w = double 1x1 640\n"
             "ans = logical 1x1 1\n"
@@ -129,12 +131,12 @@ TEST(Parser, ReportsLineAndColumn) {
     int column;
   };
   const Case cases[] = {
-      {"x = (1", 1, 7},           {"[1 2", 1, 5},          {"x = 3x", 1, 5},
-      {"a = 1\n'abc", 2, 1},      {"a b", 1, 3},           {"x(1) = 2", 1, 6},
-      {"f(1,,2)", 1, 5},          {"y = @", 1, 5},         {"s = 'ü' $", 1, 9},
-      {"[a, 1] = 2", 1, 5},       {"s.", 1, 3},            {"1:", 1, 3},
-      {"ok = 1\r\nno = )", 2, 6}, {"[1 - 2]", 1, 4},       {"x = 1e+", 1, 5},
-      {"{1, 2\n}", 1, 6},         {"\xff", 1, 1},          {"x = 'a'b", 1, 8},
+      {"x = (1", 1, 7},           {"[1 2", 1, 5},    {"x = 3x", 1, 5},
+      {"a = 1\n'abc", 2, 1},      {"a b", 1, 3},     {"x(1) = 2", 1, 6},
+      {"f(1,,2)", 1, 5},          {"y = @", 1, 5},   {"s = 'ü' $", 1, 9},
+      {"[a, 1] = 2", 1, 5},       {"s.", 1, 3},      {"1:", 1, 3},
+      {"ok = 1\r\nno = )", 2, 6}, {"[1 - 2]", 1, 4}, {"x = 1e+", 1, 5},
+      {"{1, 2\n}", 1, 6},         {"\xff", 1, 1},    {"x = 'a'b", 1, 8},
   };
   for (const Case& c : cases) {
     try {
@@ -145,6 +147,28 @@ TEST(Parser, ReportsLineAndColumn) {
       EXPECT_EQ(e.column(), c.column) << c.text << ": " << e.describe();
     }
   }
+}
+
+// A text nested deeper than the parser allows is a syntax error, not a
+// stack overflow in the parser or the interpreter.
+TEST(Parser, RefusesDeepNesting) {
+  const auto nested = [](std::string open, std::string middle, std::string close, int n) {
+    std::string text;
+    for (int i = 0; i < n; ++i) text += open;
+    text += middle;
+    for (int i = 0; i < n; ++i) text += close;
+    return text;
+  };
+  EXPECT_THROW(parse(nested("(", "1", ")", 100000)), SyntaxError);
+  EXPECT_THROW(parse(nested("[", "1", "]", 100000)), SyntaxError);
+  EXPECT_THROW(parse(nested("-", "1", "", 100000)), SyntaxError);
+  EXPECT_THROW(parse(nested("", "x", "(1)", 100000)), SyntaxError);
+  EXPECT_THROW(parse(nested("", "x", ".f", 100000)), SyntaxError);
+  // Reasonable depths still parse and run.
+  std::ostringstream out, err;
+  Interpreter shell(out, err, {false, false});
+  EXPECT_TRUE(shell.run(parse(nested("(", "{[-1]}", ")", 100) + "{1}" + nested("", "", "(1)", 50))));
+  EXPECT_EQ(out.str(), "ans = double 1x1 -1\n");
 }
 
 // Random input never gets past the parser's own error, and its position is
@@ -171,11 +195,30 @@ TEST(Parser, SurvivesRandomBytes) {
 // shell's own, never to a crash or a foreign exception.
 TEST(Interpreter, SurvivesTokenSoup) {
   const char* vocabulary[] = {
-      "x",     "y",     "=",      "(",      ")",     "[",      "]",       "{",     "}",    ",",
-      ";",     ":",     "-",      "0",      "1",     "2",      "3",       "0.5",   "-1",   "NaN",
-      "Inf",   "true",  "'ab'",   "''",     "zeros", "ones",   "reshape", "cat",   "size", "class",
-      "numel", "uint8", "int8",   "single", "uint64", "logical", "double", "'18446744073709551615'",
-      "'uint16'", "x(",  "y{",     ".f",     "\n",     "[]",     "{}",      "%",     " ",
+      "x",        "y",
+      "=",        "(",
+      ")",        "[",
+      "]",        "{",
+      "}",        ",",
+      ";",        ":",
+      "-",        "0",
+      "1",        "2",
+      "3",        "0.5",
+      "-1",       "NaN",
+      "Inf",      "true",
+      "'ab'",     "''",
+      "zeros",    "ones",
+      "reshape",  "cat",
+      "size",     "class",
+      "numel",    "uint8",
+      "int8",     "single",
+      "uint64",   "logical",
+      "double",   "'18446744073709551615'",
+      "'uint16'", "x(",
+      "y{",       ".f",
+      "\n",       "[]",
+      "{}",       "%",
+      " ",
   };
   std::mt19937 random(77);
   std::size_t parsed = 0;
