@@ -46,6 +46,9 @@ bool Interpreter::run(const Program& program) {
       report("error", "tiffgate:outOfMemory", "Out of memory.");
     } catch (const std::length_error&) {
       report("error", "tiffgate:outOfMemory", "Out of memory.");
+    } catch (const std::exception& e) {
+      // Nothing else is expected here; report it rather than end the shell.
+      report("error", "tiffgate:internalError", e.what());
     }
     ok = false;
     if (!options_.keep_going) break;

@@ -1,5 +1,7 @@
 #include "shell/values.h"
 
+#include "shell/printer.h"  // shortest
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -10,14 +12,6 @@
 namespace tiffgate::shell {
 
 namespace {
-
-std::string number_text(double v) {
-  if (std::isnan(v)) return "NaN";
-  if (std::isinf(v)) return v > 0 ? "Inf" : "-Inf";
-  char buffer[32];
-  const auto end = std::to_chars(buffer, buffer + sizeof buffer, v).ptr;
-  return std::string(buffer, end);
-}
 
 /// Copies count elements (bytes, or cell elements) from one array to another.
 void copy_elements(const Array& from, std::size_t from_index, Array& to, std::size_t to_index, std::size_t count) {
@@ -127,7 +121,7 @@ double scalar_argument(const Array& a, std::string_view function) {
 
 std::size_t dimension(double v, std::string_view function) {
   if (!std::isfinite(v) || v != std::floor(v) || v >= 0x1p53)
-    fail("tiffgate:badArgument", std::string(function) + " needs whole sizes, not " + number_text(v));
+    fail("tiffgate:badArgument", std::string(function) + " needs whole sizes, not " + shortest(v));
   return v < 0 ? 0 : static_cast<std::size_t>(v);  // a negative size means none
 }
 
@@ -199,7 +193,7 @@ Array reshape(const std::vector<Array>& args) {
 Array cat(const std::vector<Array>& args) {
   const double dim = scalar_argument(args[0], "cat");
   if (!(dim >= 1) || dim != std::floor(dim) || dim > 64)
-    fail("tiffgate:badArgument", "cat needs a dimension from 1 to 64, not " + number_text(dim));
+    fail("tiffgate:badArgument", "cat needs a dimension from 1 to 64, not " + shortest(dim));
   return concatenate(static_cast<std::size_t>(dim) - 1, std::vector<Array>(args.begin() + 1, args.end()));
 }
 
@@ -297,9 +291,9 @@ std::vector<std::size_t> positions(const Subscript& s, std::size_t extent, const
   for (std::size_t i = 0; i < v.numel(); ++i) {
     const double d = v.number(i);
     if (!(d >= 1) || d != std::floor(d) || std::isinf(d))
-      fail("tiffgate:badIndex", "indices must be positive whole numbers, not " + number_text(d));
+      fail("tiffgate:badIndex", "indices must be positive whole numbers, not " + shortest(d));
     if (d > static_cast<double>(extent))
-      fail("tiffgate:indexOutOfBounds", "index " + number_text(d) + " exceeds " + where);
+      fail("tiffgate:indexOutOfBounds", "index " + shortest(d) + " exceeds " + where);
     out.push_back(static_cast<std::size_t>(d) - 1);
   }
   return out;
@@ -420,7 +414,7 @@ Array range(double start, double step, double stop) {
   // A relative tolerance keeps 0:0.1:0.3 at four elements.
   const double count = std::floor(q + std::max(1.0, std::fabs(q)) * 4 * std::numeric_limits<double>::epsilon()) + 1;
   if (!(count <= 0x1p31))
-    fail("tiffgate:badArgument", "the range " + number_text(start) + ":" + number_text(step) + ":" + number_text(stop) +
+    fail("tiffgate:badArgument", "the range " + shortest(start) + ":" + shortest(step) + ":" + shortest(stop) +
                                      " has too many elements");
   Array out(zvDOUBLE_CLASS, {1, static_cast<std::size_t>(count)}, false);
   double* v = out.data_as<double>();

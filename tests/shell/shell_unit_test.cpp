@@ -240,8 +240,10 @@ TEST(Interpreter, SurvivesTokenSoup) {
     Interpreter shell(out, err, {false, true});
     ASSERT_NO_THROW(shell.run(program)) << text;
     std::istringstream lines(err.str());
-    for (std::string line; std::getline(lines, line);)
+    for (std::string line; std::getline(lines, line);) {
       ASSERT_EQ(line.rfind("error: tiffgate:", 0), 0u) << text << "\n" << line;
+      ASSERT_EQ(line.find("internalError"), std::string::npos) << text << "\n" << line;
+    }
   }
   EXPECT_GT(parsed, 500u);  // the soup must exercise the interpreter, not only the parser
 }
