@@ -1,105 +1,155 @@
-// A short demonstration of the module through the embedded host: it writes a
-// small multi-directory TIFF with libtiff, opens it through the gateway, walks
-// its directories and SubIFDs, and prints what it found.
+// tiffgate: the module's command-line shell over the embedded host. It runs
+// statements from a script, the command line, standard input or an
+// interactive prompt, and summarises TIFF files with "tiffgate info".
 
 #include "host/embedded/session.h"
+#include "shell/info.h"
+#include "shell/interpreter.h"
+#include "shell/printer.h"
 
-#include <tiffio.h>
+#include <readline/history.h>
+#include <readline/readline.h>
+#include <unistd.h>  // isatty
 
-#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace {
 
-using tiffgate::embedded::Array;
-using tiffgate::embedded::call;
-using tiffgate::embedded::CallResult;
+using tiffgate::shell::Interpreter;
 
-void write_demo_file(const std::string& path) {
-  TIFF* tif = TIFFOpen(path.c_str(), "w");
-  if (!tif) std::exit(1);
-  const auto directory = [tif](std::uint32_t w, std::uint32_t h, bool tiled, std::uint16_t subifds) {
-    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, w);
-    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, h);
-    TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
-    TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
-    TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
-    TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-    if (tiled) {
-      TIFFSetField(tif, TIFFTAG_TILEWIDTH, 16);
-      TIFFSetField(tif, TIFFTAG_TILELENGTH, 16);
-    } else {
-      TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 8);
+constexpr int kFailed = 1;
+constexpr int kUsageError = 2;
+
+constexpr const char* kHelp = R"(usage: tiffgate [--keep-going] [--full] [SCRIPT | -e STATEMENTS]
+       tiffgate info FILE...
+       tiffgate --help | --version
+
+Runs statements against the tiffgate module through its embedded host: at an
+interactive prompt when standard input is a terminal, otherwise from SCRIPT,
+from STATEMENTS, or from standard input ('-' as SCRIPT reads it too).
+
+  -e STATEMENTS   run these statements (may be given more than once)
+  --keep-going    after a statement fails, report it and go on
+  --full          print every element of large arrays instead of a digest
+  info FILE...    summarise every directory of each TIFF file
+
+Statements, one per line or separated by ',' or ';' (';' prints nothing):
+  f = open('a.tif', 'r')            any of the 25 commands, called by name
+  w = getField(f, 256)
+  [y, cb, cr] = readEncodedStrip(f, 0)
+  gateway('WORD', args...)          sends any word at all
+  x = uint8([1 2 3; 4 5 6])         values, ranges a:b:c, 'text', {cells}
+Builtins: double single int8 uint8 int16 uint16 int32 uint32 uint64 logical
+  zeros ones reshape cat size class numel, x(i, j), c{i}, s.Field.
+Exit status: 0 success, 1 a command failed, 2 a syntax or usage error.
+)";
+
+int usage_error(const std::string& message) {
+  tiffgate::shell::print_diagnostic(std::cerr, "error", "tiffgate:usage", message + " (see tiffgate --help)");
+  return kUsageError;
+}
+
+int run_text(const std::string& text, Interpreter::Options options) {
+  tiffgate::shell::Program program;
+  try {
+    program = tiffgate::shell::parse(text);
+  } catch (const tiffgate::shell::SyntaxError& e) {
+    tiffgate::shell::print_diagnostic(std::cerr, "error", "tiffgate:syntaxError", e.describe());
+    return kUsageError;
+  }
+  Interpreter interpreter(std::cout, std::cerr, options);
+  const bool ok = interpreter.run(program);
+  interpreter.leave();
+  return ok ? 0 : kFailed;
+}
+
+int run_interactive(Interpreter::Options options) {
+  options.keep_going = true;  // a mistake at the prompt ends nothing
+  Interpreter interpreter(std::cout, std::cerr, options);
+  int status = 0;
+  using_history();
+  while (char* raw = readline("tiffgate> ")) {
+    const std::unique_ptr<char, void (*)(void*)> line(raw, std::free);
+    if (std::string(raw).find_first_not_of(" \t") != std::string::npos) add_history(raw);
+    try {
+      if (!interpreter.run(tiffgate::shell::parse(raw))) status = std::max(status, kFailed);
+    } catch (const tiffgate::shell::SyntaxError& e) {
+      tiffgate::shell::print_diagnostic(std::cerr, "error", "tiffgate:syntaxError", e.describe());
+      status = kUsageError;
     }
-    std::vector<toff_t> placeholders(subifds, 0);
-    if (subifds) TIFFSetField(tif, TIFFTAG_SUBIFD, subifds, placeholders.data());
-    const bool t = TIFFIsTiled(tif);
-    const tmsize_t size = t ? TIFFTileSize(tif) : TIFFStripSize(tif);
-    const std::uint32_t n = t ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
-    std::vector<unsigned char> chunk(static_cast<std::size_t>(size), 128);
-    for (std::uint32_t c = 0; c < n; ++c)
-      t ? TIFFWriteEncodedTile(tif, c, chunk.data(), size) : TIFFWriteEncodedStrip(tif, c, chunk.data(), size);
-    TIFFWriteDirectory(tif);
-  };
-  directory(64, 48, false, 1);  // main directory 1, with one SubIFD
-  directory(32, 24, false, 0);  // its SubIFD
-  directory(40, 40, true, 0);   // main directory 2, tiled
-  TIFFClose(tif);
+    std::cout.flush();
+  }
+  std::cout << '\n';
+  interpreter.leave();
+  return status;
 }
 
-double number(const CallResult& r) { return r.out().number(); }
-
-void report(const CallResult& r) {
-  for (const auto& w : r.warnings) std::printf("  warning: %s: %s\n", w.identifier.c_str(), w.message.c_str());
-  if (!r.ok()) std::printf("  error: %s: %s\n", r.error->identifier.c_str(), r.error->message.c_str());
-}
-
-void describe(const Array& id) {
-  const bool tiled = call("isTiled", {id}).out().number() != 0;
-  std::printf("  directory %g: %s, %g %s\n", number(call("currentDirectory", {id})),
-              tiled ? "tiled" : "stripped", number(call(tiled ? "numberOfTiles" : "numberOfStrips", {id})),
-              tiled ? "tiles" : "strips");
+int print_version() {
+  std::cout << "tiffgate " << TIFFGATE_VERSION << '\n';
+  const auto version = tiffgate::embedded::call("getVersion");
+  if (version.ok()) std::cout << version.out().utf8() << '\n';
+  return version.ok() ? 0 : kFailed;
 }
 
 }  // namespace
 
-int main() {
-  const std::string path = "/tmp/tiffgate-demo.tif";
-  write_demo_file(path);
-  std::printf("libtiff: %s\n", call("getVersion").out().utf8().c_str());
-  std::printf("wrote %s with libtiff; reading it through the gateway:\n", path.c_str());
-
-  const CallResult opened = call("open", {Array::text(path), Array::text("r")});
-  report(opened);
-  if (!opened.ok()) return 1;
-  const Array id = opened.out();
-  for (;;) {
-    describe(id);
-    if (call("lastDirectory", {id}).out().number() != 0) break;
-    const CallResult next = call("readDirectory", {id});
-    report(next);
-    if (!next.ok()) break;
+int main(int argc, char** argv) {
+  const std::vector<std::string> args(argv + 1, argv + argc);
+  Interpreter::Options options;
+  std::optional<std::string> statements;
+  std::optional<std::string> script;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    if (a == "--help") {
+      std::cout << kHelp;
+      return 0;
+    }
+    if (a == "--version") return print_version();
+    if (a == "--keep-going") {
+      options.keep_going = true;
+    } else if (a == "--full") {
+      options.full = true;
+    } else if (a == "-e") {
+      if (i + 1 == args.size()) return usage_error("-e needs statements");
+      statements = statements ? *statements + "\n" + args[++i] : args[++i];
+    } else if (a == "info" && !script && !statements) {
+      const std::vector<std::string> files(args.begin() + static_cast<std::ptrdiff_t>(i) + 1, args.end());
+      if (files.empty()) return usage_error("info needs one file at least");
+      const int status = tiffgate::shell::run_info(files, std::cout, std::cerr);
+      for (const auto& w : tiffgate::embedded::unload())
+        tiffgate::shell::print_diagnostic(std::cerr, "warning", w.identifier, w.message);
+      return status;
+    } else if (a.size() > 1 && a[0] == '-') {
+      return usage_error("unknown option '" + a + "'");
+    } else if (script || statements) {
+      return usage_error("give one script, or statements with -e, not both or more");
+    } else {
+      script = a;
+    }
   }
-
-  std::printf("back to directory 1 and into its SubIFD:\n");
-  report(call("setDirectory", {id, Array::scalar(0)}));
-  TIFF* direct = TIFFOpen(path.c_str(), "r");
-  std::uint16_t count = 0;
-  toff_t* offsets = nullptr;
-  if (direct && TIFFGetField(direct, TIFFTAG_SUBIFD, &count, &offsets) && count > 0) {
-    const CallResult sub = call("setSubDirectory", {id, Array::uint64(offsets[0])});
-    report(sub);
-    if (sub.ok()) describe(id);
+  if (statements) return run_text(*statements, options);
+  if (script && *script != "-") {
+    std::ifstream file(*script, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    std::error_code ec;
+    if (!file || std::filesystem::is_directory(*script, ec)) {
+      tiffgate::shell::print_diagnostic(std::cerr, "error", "tiffgate:cannotReadScript",
+                                        "cannot read the script '" + *script + "'");
+      return kUsageError;
+    }
+    return run_text(text.str(), options);
   }
-  if (direct) TIFFClose(direct);
-
-  std::printf("a directory that is not there:\n");
-  report(call("setDirectory", {id, Array::scalar(5)}));
-  std::printf("a misspelt command:\n");
-  report(call("Close", {id}));
-  report(call("close", {id}));
-  std::printf("done\n");
-  return 0;
+  if (!script && isatty(STDIN_FILENO)) return run_interactive(options);
+  std::ostringstream text;
+  text << std::cin.rdbuf();
+  return run_text(text.str(), options);
 }
