@@ -78,6 +78,9 @@ zvArray* zvCreateCharArray(std::size_t ndim, const std::size_t* dims, const char
 zvArray* zvCreateCellArray(std::size_t ndim, const std::size_t* dims);
 /// Moves value into element index of cell; the cell owns it from then on.
 void zvSetCell(zvArray* cell, std::size_t index, zvArray* value);
+/// Element index of a cell array; null when array is not a cell or has no
+/// such element.
+const zvArray* zvGetCell(const zvArray* array, std::size_t index);
 zvArray* zvCreateStructMatrix(std::size_t m, std::size_t n, int nfields, const char** names);
 /// Moves value into field name of element index; the structure owns it.
 void zvSetField(zvArray* structure, std::size_t index, const char* name, zvArray* value);

@@ -38,12 +38,12 @@ mwSize to_mw(std::size_t n) {
   return static_cast<mwSize>(n);
 }
 
-/// Dimensions in Octave's form; fewer than two become two, as Octave has them.
+/// Dimensions in Octave's form: none is 0 x 0, one extent n is n x 1.
 std::vector<mwSize> mw_dims(std::size_t ndim, const std::size_t* dims) {
   std::vector<mwSize> out;
   for (std::size_t i = 0; i < ndim; ++i) out.push_back(to_mw(dims[i]));
-  if (out.empty()) out.push_back(0);
-  if (out.size() < 2) out.push_back(out[0] == 0 ? 0 : 1);
+  if (out.empty()) out = {0, 0};
+  if (out.size() < 2) out.push_back(1);
   return out;
 }
 
@@ -99,6 +99,18 @@ double first_as_double(const void* data) {
 }
 
 }  // namespace
+
+namespace tiffgate::octave_host {
+
+const mxArray* full_of(const mxArray* array) {
+  if (!mxIsSparse(array)) return array;
+  mxArray* full = nullptr;
+  mxArray* argument = const_cast<mxArray*>(array);  // "full" only reads it
+  mexCallMATLAB(1, &full, 1, &argument, "full");
+  return full;
+}
+
+}  // namespace tiffgate::octave_host
 
 // --- text ---
 
@@ -237,6 +249,12 @@ void zvSetCell(zvArray* cell, std::size_t index, zvArray* value) {
   if (!mxIsCell(mx(cell)) || index >= mxGetNumberOfElements(mx(cell)))
     throw std::out_of_range("zvSetCell: no such cell element");
   mxSetCell(mx(cell), to_mw(index), mx(value));
+}
+
+const zvArray* zvGetCell(const zvArray* array, std::size_t index) {
+  if (array == nullptr || !mxIsCell(mx(array)) || index >= mxGetNumberOfElements(mx(array))) return nullptr;
+  const mxArray* element = mxGetCell(mx(array), to_mw(index));
+  return element == nullptr ? nullptr : zv(tiffgate::octave_host::full_of(element));
 }
 
 zvArray* zvCreateStructMatrix(std::size_t m, std::size_t n, int nfields, const char** names) {

@@ -50,13 +50,7 @@ std::vector<const zvArray*> module_inputs(int nrhs, const mxArray* prhs[]) {
     if (mxIsComplex(input))
       throw OperandError{kComplexOperandId, "Argument " + std::to_string(i + 1) +
                                                 " is complex; tiffgate takes real values only."};
-    if (mxIsSparse(input)) {
-      mxArray* full = nullptr;
-      mxArray* argument = const_cast<mxArray*>(input);  // "full" only reads it
-      mexCallMATLAB(1, &full, 1, &argument, "full");
-      input = full;
-    }
-    inputs.push_back(zv(input));
+    inputs.push_back(zv(full_of(input)));
   }
   return inputs;
 }

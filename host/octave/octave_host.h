@@ -17,6 +17,10 @@ inline const mxArray* mx(const zvArray* array) { return reinterpret_cast<const m
 inline zvArray* zv(mxArray* array) { return reinterpret_cast<zvArray*>(array); }
 inline const zvArray* zv(const mxArray* array) { return reinterpret_cast<const zvArray*>(array); }
 
+/// The array itself, or for a sparse array a full copy: the data of a
+/// sparse array holds only its nonzeros, fewer than its element count says.
+const mxArray* full_of(const mxArray* array);
+
 /// Shows a warning through Octave's warning routine, so that lastwarn and
 /// warning('off', id) see it. While the at-exit list runs, a warning the
 /// user turned into an error is dropped rather than stop the closing.
