@@ -8,10 +8,15 @@ function value = tg_python (code, varargin)
   fid = fopen (script, "w");
   fputs (fid, ["import json, sys\nimport numpy, tifffile\n" code "\n"]);
   fclose (fid);
-  [status, out] = system (["/usr/bin/python3 " script args{:} " 2>&1"]);
+  messages = [script ".err"];
+  [status, out] = system (["/usr/bin/python3 " script args{:} " 2>" messages]);
   unlink (script);
+  fid = fopen (messages);
+  complaints = fread (fid, Inf, "*char").';
+  fclose (fid);
+  unlink (messages);
   if (status != 0)
-    error ("tiffgate:test", "python failed:\n%s", out);
+    error ("tiffgate:test", "python failed:\n%s%s", out, complaints);
   endif
   value = jsondecode (out);
 endfunction

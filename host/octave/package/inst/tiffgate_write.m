@@ -20,7 +20,13 @@ function tiffgate_write (file, img, varargin)
   ##   "RowsPerStrip"  N: write strips of N rows. Without either, strips of
   ##                   about 64 KiB are written (for "jpeg", tiles of up to
   ##                   256 x 256 when the image's sides are not multiples
-  ##                   of 16, which JPEG strips require).
+  ##                   of 16, which JPEG strips require, or when it is
+  ##                   stored as YCbCr, whose planes libtiff 4.5 reads back
+  ##                   scrambled from JPEG strips; for "deflate", a
+  ##                   strip height that divides the image's length, or
+  ##                   tiles, since libtiff 4.5 can misread a last Deflate
+  ##                   strip that is padded past the image: a warning says
+  ##                   so when "RowsPerStrip" asks for one).
   ##   "Photometric"   "minisblack", "miniswhite", "rgb", "separated" (CMYK),
   ##                   "palette" (with "ColorMap"), "ycbcr" (with "jpeg": an
   ##                   RGB image that libtiff stores as YCbCr), "cielab",
@@ -250,12 +256,21 @@ endfunction
 function [tile, rows_per_strip] = chunk_layout (opts, L, W, S, bits)
   tile = opts.tilesize;
   rows_per_strip = opts.rowsperstrip;
+  deflate = opts.compression == 8;
+  if (! isempty (rows_per_strip) && deflate && mod (L, rows_per_strip) != 0)
+    warning ("tiffgate:write:paddedDeflateStrip",
+             ["tiffgate_write: the last Deflate strip holds rows past the image, " ...
+              "which libtiff 4.5 can misread; a RowsPerStrip that divides %d avoids it"], L);
+  endif
   if (! isempty (tile) || ! isempty (rows_per_strip))
     return;
   endif
+  default_tile = [min(256, 16 * ceil(L / 16)), min(256, 16 * ceil(W / 16))];
   jpeg = opts.compression == 7;
-  if (jpeg && (mod (L, 16) != 0 || mod (W, 16) != 0))
-    tile = [min(256, 16 * ceil(L / 16)), min(256, 16 * ceil(W / 16))];
+  ## JPEG strips need sides in multiples of 16. YCbCr goes into tiles too:
+  ## libtiff 4.5 returns the planes of a YCbCr JPEG strip scrambled.
+  if (jpeg && (mod (L, 16) != 0 || mod (W, 16) != 0 || opts.photometric == 6))
+    tile = default_tile;
     return;
   endif
   if (opts.planar == 2)
@@ -265,6 +280,15 @@ function [tile, rows_per_strip] = chunk_layout (opts, L, W, S, bits)
   rows_per_strip = min (L, max (1, floor (65536 / row_bytes)));
   if (jpeg)
     rows_per_strip = max (16, 16 * floor (rows_per_strip / 16));
+  elseif (deflate && mod (L, rows_per_strip) != 0)
+    ## The module writes every strip whole, the last one padded past the
+    ## image, and libtiff 4.5 can misread such a last Deflate strip.
+    divisor = find (mod (L, 1:rows_per_strip) == 0, 1, "last");
+    if (2 * divisor >= rows_per_strip)
+      rows_per_strip = divisor;
+    else
+      [tile, rows_per_strip] = deal (default_tile, []);
+    endif
   endif
 endfunction
 
