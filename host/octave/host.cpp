@@ -2,8 +2,8 @@
 //
 // Octave numbers its classes as host.h does, so classes pass through. Its
 // text is 8-bit and holds UTF-8: text the module reads as UTF-16 is decoded
-// from UTF-8, and UTF-16 text the module creates is stored as UTF-8 (see
-// zvCreateCharArray). Arrays created here belong to Octave's MEX memory
+// from UTF-8, and UTF-16 text the module creates is stored as UTF-8, but for
+// text of byte values (see zvCreateCharArray). Arrays created here belong to Octave's MEX memory
 // manager: what is not handed back in an output slot is released when the
 // call ends, error or not.
 
@@ -49,7 +49,11 @@ std::vector<mwSize> mw_dims(std::size_t ndim, const std::size_t* dims) {
 
 std::size_t numel_of(const std::vector<mwSize>& dims) {
   std::size_t n = 1;
-  for (mwSize d : dims) n *= static_cast<std::size_t>(d);
+  for (mwSize d : dims) {
+    const auto extent = static_cast<std::size_t>(d);
+    if (extent != 0 && n > std::numeric_limits<std::size_t>::max() / extent) throw std::bad_alloc();
+    n *= extent;
+  }
   return n;
 }
 
@@ -208,18 +212,21 @@ zvArray* zvCreateDoubleMatrix(std::size_t m, std::size_t n) {
   return zv(mxCreateDoubleMatrix(to_mw(m), to_mw(n), mxREAL));
 }
 
-// Octave holds text as UTF-8 bytes, so the UTF-16 text is stored row by row
-// as UTF-8. ASCII text keeps the given dimensions. Otherwise the array
-// becomes rows x K, K being the longest row's UTF-8 length, with shorter
-// rows padded with blanks as Octave's char() pads them; a one-row text is
-// therefore simply its UTF-8 bytes.
+// An Octave character is one byte, and Octave's text is UTF-8. Text whose
+// code units all lie below 256 (the module's XMLPacket is its bytes taken
+// as codes 0 to 255) keeps one character per code unit and its dimensions,
+// so bytes come back as the bytes they were. Other text is stored row by
+// row as UTF-8: the array becomes rows x K, K being the longest row's UTF-8
+// length, shorter rows padded with blanks as Octave's char() pads them; a
+// one-row text is simply its UTF-8 bytes.
 zvArray* zvCreateCharArray(std::size_t ndim, const std::size_t* dims, const char16_t* text) {
   const std::vector<mwSize> d = mw_dims(ndim, dims);
   const std::size_t numel = numel_of(d);
-  const bool ascii = text == nullptr || std::all_of(text, text + numel, [](char16_t c) { return c < 0x80; });
-  if (ascii) {
+  const bool bytes = text == nullptr || std::all_of(text, text + numel, [](char16_t c) { return c < 0x100; });
+  if (bytes) {
     mxArray* out = mxCreateCharArray(static_cast<mwSize>(d.size()), d.data());
-    if (text != nullptr && numel > 0) std::copy(text, text + numel, mxGetChars(out));
+    if (text != nullptr && numel > 0)
+      std::transform(text, text + numel, mxGetChars(out), [](char16_t c) { return static_cast<mxChar>(c); });
     return zv(out);
   }
   const std::size_t rows = static_cast<std::size_t>(d[0]);

@@ -198,6 +198,7 @@ endfunction
 function check_writes ()
   [dir, cleanup] = tg_scratch ();
   data = uint8 (reshape (0:199, 10, 20));
+  packet = "<x:xmpmeta>Gr\xC3\xBC\xC3\x9Fe \xE6\xBC\xA2\xE5\xAD\x97</x:xmpmeta>";  # UTF-8 bytes
   bits = logical (mod (reshape (1:200, 10, 20), 3) == 0);
   names = {fullfile(dir, "strips.tif"), fullfile(dir, "tiles.tif"), fullfile(dir, "bits.tif"), fullfile(dir, "left.tif")};
   for k = 1:4
@@ -221,6 +222,9 @@ function check_writes ()
       endfor
     endif
     assert (tiffgate ("getField", id, 256), 20);
+    if (k == 1)
+      tiffgate ("setField", id, 700, packet);
+    endif
     if (k < 4)
       tiffgate ("writeDirectory", id);
       tiffgate ("close", id);
@@ -247,6 +251,14 @@ function check_writes ()
 
   reader = tiffgate ("open", names{1}, "r");
   reader_closer = onCleanup (@() tiffgate ("close", reader));
+  ## XMLPacket: the bytes as characters, one each, as they went in.
+  back = tiffgate ("getField", reader, 700);
+  assert (class (back), "char");
+  assert (size (back), [1 numel(packet)]);
+  assert (double (back), double (packet));
+  written = tg_python (["t = tifffile.TiffFile(sys.argv[1])\n" ...
+                        "print(json.dumps(list(t.pages[0].tags['XMP'].value)))"], names{1});
+  assert (written(:).', double (packet));
   tg_expect_error (@() tiffgate ("setField", reader, 270, "x"), "Quarn:imagesci:Tiff:cannotWriteInReadMode");
   fresh = tiffgate ("open", fullfile (dir, "order.tif"), "w");
   fresh_closer = onCleanup (@() tiffgate ("close", fresh));
