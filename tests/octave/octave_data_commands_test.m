@@ -209,6 +209,9 @@ function check_writes ()
     tiffgate ("setField", id, 258, 8 - 7 * (k == 3));
     tiffgate ("setField", id, 277, 1);
     tiffgate ("setField", id, 259, 1);
+    if (k == 1)
+      tiffgate ("setField", id, 700, packet);
+    endif
     if (k == 2)
       tiffgate ("setField", id, 322, 16);
       tiffgate ("setField", id, 323, 16);
@@ -222,9 +225,6 @@ function check_writes ()
       endfor
     endif
     assert (tiffgate ("getField", id, 256), 20);
-    if (k == 1)
-      tiffgate ("setField", id, 700, packet);
-    endif
     if (k < 4)
       tiffgate ("writeDirectory", id);
       tiffgate ("close", id);
