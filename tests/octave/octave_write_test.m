@@ -313,11 +313,20 @@ function check_refusals (dir)
   tg_expect_error (@() tiffgate_write (name, []), "tiffgate:write:badImage");
   tg_expect_error (@() tiffgate_write (name, uint16 (ones (32)), "Compression", "jpeg"),
                    "Quarn:imagesci:Tiff:jpegBitsPerSampleMustBeEight");
-  ## A failed append leaves the pages before it.
+  ## A refused append leaves the file as it was: no half-written page.
   tiffgate_write (name, uint8 (magic (4)));
+  before = stat (name).size;
   tg_expect_error (@() tiffgate_write (name, uint8 (1), "Append", true, "TileSize", [8 8]),
                    "Quarn:imagesci:Tiff:badTileDimension");
+  tg_expect_error (@() tiffgate_write (name, int8 (ones (4, 4, 3)), "Append", true, "Photometric", "rgb"),
+                   "Quarn:imagesci:Tiff:badValue");
+  tg_expect_error (@() tiffgate_write (name, uint16 (ones (32)), "Append", true, "Compression", "jpeg"),
+                   "Quarn:imagesci:Tiff:jpegBitsPerSampleMustBeEight");
+  assert (stat (name).size, before);
+  assert (numel (tiffgate_info (name)), 1);
   assert (tiffgate_read (name, 1), uint8 (magic (4)));
+  tiffgate_write (name, uint8 (ones (3)), "Append", true);
+  assert (numel (tg_tifffile ({name})), 2);
 endfunction
 
 ## Values spread over the class's whole range, extremes included.

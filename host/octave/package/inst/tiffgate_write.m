@@ -51,7 +51,9 @@ function tiffgate_write (file, img, varargin)
   ##                   {33550, [0.5 0.5 0]; 33922, [0 0 0 100 200 0]}.
   ##
   ## Errors from the module keep their identifiers (Quarn:imagesci:Tiff:...).
-  ## When writing a new file fails, the incomplete file is deleted.
+  ## When writing a new file fails, the incomplete file is deleted; when
+  ## appending, the directory is tried on a scratch file first, so that a
+  ## refused image leaves the file as it was.
   ##
   ## Example:
   ##   tiffgate_write ("out.tif", uint8 (magic (64)), "Compression", "deflate");
@@ -88,15 +90,36 @@ function tiffgate_write (file, img, varargin)
     mode = "w";
   endif
 
-  id = tiffgate ("open", file, mode);
+  write = @(name, mode, chunks) write_file (name, mode, img, opts, photometric, extra, bits,
+                                            sample_format, tile, rows_per_strip, chunks);
+  if (appending)
+    ## libtiff writes a directory refused half-way when the file closes, and
+    ## that would spoil the pages before it: the tags and a first chunk are
+    ## tried on a scratch file first, where the module's checks would fail.
+    write ([tempname() ".tif"], "w", 1);
+  endif
+  write (file, mode, Inf);
+endfunction
+
+## Writes the directory into NAME opened with MODE, CHUNKS strips or tiles
+## of it at most, and deletes a new file that fails (and every scratch file).
+function write_file (name, mode, img, opts, photometric, extra, bits, sample_format, tile,
+                     rows_per_strip, chunks)
+  [L, W, S] = size (img);
+  id = tiffgate ("open", name, mode);
   try
     set_tags (id, opts, photometric, extra, bits, sample_format, L, W, S, tile, rows_per_strip);
-    write_chunks (id, img, opts.planar == 2, tile, rows_per_strip);
+    write_chunks (id, img, opts.planar == 2, tile, rows_per_strip, chunks);
+    if (isfinite (chunks))
+      tiffgate ("close", id);
+      [~] = unlink (name);
+      return;
+    endif
     tiffgate ("writeDirectory", id);
   catch err
     tiffgate ("close", id);
-    if (! appending)
-      [~] = unlink (file);
+    if (mode(1) == "w")
+      [~] = unlink (name);
     endif
     rethrow (err);
   end_try_catch
@@ -269,7 +292,7 @@ function [tile, rows_per_strip] = chunk_layout (opts, L, W, S, bits)
   jpeg = opts.compression == 7;
   ## JPEG strips need sides in multiples of 16. YCbCr goes into tiles too:
   ## libtiff 4.5 returns the planes of a YCbCr JPEG strip scrambled.
-  if (jpeg && (mod (L, 16) != 0 || mod (W, 16) != 0 || opts.photometric == 6))
+  if (jpeg && (mod (L, 16) != 0 || mod (W, 16) != 0 || isequal (opts.photometric, 6)))
     tile = default_tile;
     return;
   endif
@@ -330,9 +353,9 @@ function set_tags (id, opts, photometric, extra, bits, sample_format, L, W, S, t
   endfor
 endfunction
 
-## Every strip or tile of every plane, numbered as libtiff numbers them:
-## plane by plane, and within a plane row by row.
-function write_chunks (id, img, separate, tile, rows_per_strip)
+## Every strip or tile of every plane (CHUNKS of them at most), numbered as
+## libtiff numbers them: plane by plane, and within a plane row by row.
+function write_chunks (id, img, separate, tile, rows_per_strip, chunks)
   [L, W, S] = size (img);
   if (isempty (tile))
     [command, chunk_rows, chunk_columns] = deal ("writeEncodedStrip", rows_per_strip, W);
@@ -357,6 +380,10 @@ function write_chunks (id, img, separate, tile, rows_per_strip)
           block = img(rr, cc, :);
         endif
         tiffgate (command, id, (p - 1) * across * down + r * across + c, block);
+        chunks--;
+        if (chunks == 0)
+          return;
+        endif
       endfor
     endfor
   endfor
