@@ -302,7 +302,7 @@ function check_refusals (dir)
   name = fullfile (dir, "refused.tif");
   tg_expect_error (@() tiffgate_write (name, int8 (ones (4, 4, 3)), "Photometric", "RGB"),
                    "Quarn:imagesci:Tiff:badValue");
-  assert (exist (name, "file"), 0);  # the incomplete file is gone
+  assert (exist (name, "file"), 0);  # the incomplete new file is gone
   tg_expect_error (@() tiffgate_write (name, true (4, 4, 3)),
                    "Quarn:imagesci:Tiff:badSamplesPerPixelBitsPerSampleCombination");
   tg_expect_error (@() tiffgate_write (name, uint8 (1), "TileSize", [8 8]),
@@ -322,6 +322,8 @@ function check_refusals (dir)
                    "Quarn:imagesci:Tiff:badValue");
   tg_expect_error (@() tiffgate_write (name, uint16 (ones (32)), "Append", true, "Compression", "jpeg"),
                    "Quarn:imagesci:Tiff:jpegBitsPerSampleMustBeEight");
+  tg_expect_error (@() tiffgate_write (name, int8 (ones (4, 4, 3)), "Photometric", "rgb"),
+                   "Quarn:imagesci:Tiff:badValue");  # nor is a file replaced by a refused image
   assert (stat (name).size, before);
   assert (numel (tiffgate_info (name)), 1);
   assert (tiffgate_read (name, 1), uint8 (magic (4)));

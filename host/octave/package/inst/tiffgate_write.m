@@ -51,9 +51,9 @@ function tiffgate_write (file, img, varargin)
   ##                   {33550, [0.5 0.5 0]; 33922, [0 0 0 100 200 0]}.
   ##
   ## Errors from the module keep their identifiers (Quarn:imagesci:Tiff:...).
-  ## When writing a new file fails, the incomplete file is deleted; when
-  ## appending, the directory is tried on a scratch file first, so that a
-  ## refused image leaves the file as it was.
+  ## When writing a new file fails, the incomplete file is deleted. Before
+  ## an existing file is replaced or appended to, the directory is tried on
+  ## a scratch file, so that a refused image leaves that file as it was.
   ##
   ## Example:
   ##   tiffgate_write ("out.tif", uint8 (magic (64)), "Compression", "deflate");
@@ -92,10 +92,11 @@ function tiffgate_write (file, img, varargin)
 
   write = @(name, mode, chunks) write_file (name, mode, img, opts, photometric, extra, bits,
                                             sample_format, tile, rows_per_strip, chunks);
-  if (appending)
-    ## libtiff writes a directory refused half-way when the file closes, and
-    ## that would spoil the pages before it: the tags and a first chunk are
-    ## tried on a scratch file first, where the module's checks would fail.
+  if (exist (file, "file") == 2)
+    ## Opening replaces the file, and when appending, libtiff writes a
+    ## directory refused half-way as the file closes, spoiling the pages
+    ## before it. So the tags and a first chunk are tried on a scratch file
+    ## first: the module's checks fail there, if anywhere.
     write ([tempname() ".tif"], "w", 1);
   endif
   write (file, mode, Inf);
