@@ -120,6 +120,22 @@ void fit_and_pack(const ChunkKind& kind, const ImageLayout& layout, const zvArra
   pack(first, rows, columns, out);
 }
 
+/// The bytes of the chunk that hold image rows. The last strip of each plane
+/// is encoded without the rows past the image: libtiff 4.5 misdecodes a
+/// large Deflate strip that carries such padding, so writing it would make a
+/// file that reads back wrong.
+tmsize_t encoded_size(const ChunkKind& kind, const ImageLayout& layout, std::uint32_t chunk, tmsize_t size) {
+  const std::uint32_t rps = layout.rowsPerStrip;
+  if (kind.tiled || rps == 0 || layout.imageLength == 0) return size;
+  const std::uint32_t per_plane = (layout.imageLength - 1) / rps + 1;
+  const std::uint32_t first_row = (chunk % per_plane) * rps;
+  if (first_row >= layout.imageLength) return size;
+  const std::uint32_t rows = std::min(rps, layout.imageLength - first_row);
+  if (rows == rps) return size;
+  const tmsize_t short_size = TIFFVStripSize(layout.tif, rows);
+  return short_size > 0 && short_size <= size ? short_size : size;
+}
+
 void write_encoded(const ChunkKind& kind, int nOperands, const zvArray* operands[]) {
   TIFF* tif = basic_file_id(operands[0]);
   ImageLayout layout;
@@ -138,7 +154,8 @@ void write_encoded(const ChunkKind& kind, int nOperands, const zvArray* operands
   fit_and_pack(kind, layout, images, chunk, buffer);
   // libtiff may rewrite the buffer in place (a predictor differences it), so
   // it is given our own copy, never the host's memory.
-  if (kind.write(tif, chunk, buffer.data(), size) < 0) kind.write_failed(Int{chunk} + 1);
+  if (kind.write(tif, chunk, buffer.data(), encoded_size(kind, layout, chunk, size)) < 0)
+    kind.write_failed(Int{chunk} + 1);
 }
 
 }  // namespace

@@ -7,7 +7,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 TIFFGATE_WITH_OCTAVE=${TIFFGATE_WITH_OCTAVE:-0} scripts/install-deps.sh
-scripts/build.sh build -DTIFFGATE_TESTS=OFF
+# The same build tree as the tests, but only the shell is built here.
+scripts/build.sh build --target tiffgate
 tiffgate=$root/build/shell/tiffgate
 if [ $# -gt 0 ]; then
   exec "$tiffgate" "$@"
