@@ -2,7 +2,10 @@
 
 #include <sys/wait.h>  // WIFEXITED, WEXITSTATUS
 
+#include "support/tiff_files.h"
+
 #include <algorithm>
+#include <cstring>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -131,6 +134,90 @@ std::map<std::string, FileDirectories> tifffile_directories(const std::vector<st
     }
   }
   return result;
+}
+
+std::string dtype_of(zvClassID cls) {
+  switch (cls) {
+    case zvLOGICAL_CLASS: return "bool";
+    case zvSINGLE_CLASS: return "float32";
+    case zvDOUBLE_CLASS: return "float64";
+    default: return embedded::class_name(cls);
+  }
+}
+
+void ImageAssembly::add(const ChunkPlace& p, const embedded::CallResult& r) {
+  if (element_ == 0) {
+    cls_ = r.out(0).class_id(), element_ = r.out(0).element_size();
+    bytes_.assign(std::size_t{width_} * length_ * samples_ * element_, 0);
+  }
+  const std::size_t outputs = r.outputs.size() >= 3 && r.outputs[2] ? 3 : 1;
+  for (std::size_t o = 0; o < outputs; ++o) {
+    const embedded::Array& a = r.out(o);
+    const std::size_t m = a.dims()[0], n = a.dims()[1], planesHeld = a.numel() / std::max<std::size_t>(m * n, 1);
+    const auto* data = static_cast<const unsigned char*>(a.data());
+    for (std::size_t k = 0; k < planesHeld; ++k)
+      for (std::size_t c = 0; c < n; ++c)
+        for (std::size_t row = 0; row < m; ++row) {
+          const std::size_t y = p.row0 + row, x = p.column0 + c, s = p.plane + o + k;
+          if (y >= length_ || x >= width_ || s >= samples_) continue;
+          const std::size_t at = planes_ ? (s * length_ + y) * width_ + x : (y * width_ + x) * samples_ + s;
+          std::memcpy(&bytes_[at * element_], data + (row + c * m + k * m * n) * element_, element_);
+        }
+  }
+}
+
+std::string ImageAssembly::shape() const {
+  std::string s = planes_ ? std::to_string(samples_) + "x" : "";
+  s += std::to_string(length_) + "x" + std::to_string(width_);
+  return planes_ || samples_ == 1 ? s : s + "x" + std::to_string(samples_);
+}
+
+ModuleImage read_module_image(const embedded::Array& id) {
+  TIFF* tif = handle_of(id);
+  const bool tiled = TIFFIsTiled(tif);
+  const std::uint32_t count = tiled ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
+  std::uint32_t width = 0, length = 0;
+  std::uint16_t samples = 1, planar = PLANARCONFIG_CONTIG;
+  TIFFGetField(tif, TIFFTAG_IMAGEWIDTH, &width);
+  TIFFGetField(tif, TIFFTAG_IMAGELENGTH, &length);
+  TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &samples);
+  TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &planar);
+  ImageAssembly image(width, length, samples, planar == PLANARCONFIG_SEPARATE);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const embedded::CallResult r = embedded::call(tiled ? "readEncodedTile" : "readEncodedStrip", {id, num(i)});
+    if (!r.ok()) return {outcome(r), "", "", {}};
+    image.add(chunk_place(tif, i), r);
+  }
+  return {"ok", image.shape(), image.dtype(), image.bytes()};
+}
+
+std::vector<PageRecord> parse_pages(const std::string& text) {
+  std::vector<PageRecord> pages;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::vector<std::string> f;
+    std::istringstream fields(line);
+    for (std::string field; std::getline(fields, field, '\t');) f.push_back(field);
+    if (f.size() != 6) throw std::runtime_error("not a page record: " + line);
+    pages.push_back({f[0], f[1], f[2], f[3], static_cast<std::uint16_t>(std::stoul(f[4])), f[5]});
+  }
+  return pages;
+}
+
+std::string go_to_directory(const embedded::Array& id, const std::string& key) {
+  std::istringstream parts(key);
+  std::string part;
+  std::getline(parts, part, '.');
+  embedded::CallResult r = embedded::call("setDirectory", {id, num(std::stod(part))});
+  if (!r.ok()) return "setDirectory " + part + ": " + outcome(r);
+  while (std::getline(parts, part, '.')) {
+    const embedded::CallResult offsets = embedded::call("getField", {id, num(330)});
+    const std::size_t s = std::stoul(part);
+    if (!offsets.ok() || offsets.out().numel() <= s) return "no SubIFD " + part;
+    r = embedded::call("setSubDirectory", {id, embedded::Array::uint64(offsets.out().at<std::uint64_t>(s))});
+    if (!r.ok()) return "setSubDirectory " + part + ": " + outcome(r);
+  }
+  return {};
 }
 
 }  // namespace tiffgate::testing

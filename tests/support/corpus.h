@@ -3,6 +3,9 @@
 /// files, its TIFF files, and tifffile (under /usr/bin/python3) as an
 /// independent reader of directories and tags.
 
+#include "host/embedded/session.h"
+#include "support/image_files.h"
+
 #include <cstdint>
 #include <map>
 #include <string>
@@ -55,5 +58,55 @@ struct DirectoryRecord {
 using FileDirectories = std::map<std::string, DirectoryRecord>;
 std::map<std::string, FileDirectories> tifffile_directories(const std::vector<std::string>& files,
                                                             bool decodeSubIfds);
+
+/// tifffile's dtype name for a host class ("bool", "uint8", "float32", ...).
+std::string dtype_of(zvClassID cls);
+
+/// The arrays that chunk reads returned, placed into one C-order image the
+/// way tifffile returns it: length x width, x samples for contiguous data,
+/// samples x length x width for separate planes.
+class ImageAssembly {
+ public:
+  ImageAssembly(std::uint32_t width, std::uint32_t length, std::uint16_t samples, bool planes)
+      : width_(width), length_(length), samples_(samples), planes_(planes && samples > 1) {}
+  /// Adds the outputs of the read of the chunk at p (Y, Cb and Cr standing
+  /// for three samples, which fits unsubsampled YCbCr only).
+  void add(const ChunkPlace& p, const embedded::CallResult& r);
+  std::string shape() const;
+  std::string dtype() const { return dtype_of(cls_); }
+  const std::vector<unsigned char>& bytes() const { return bytes_; }
+
+ private:
+  std::uint32_t width_, length_;
+  std::uint16_t samples_;
+  bool planes_;
+  zvClassID cls_ = zvUNKNOWN_CLASS;
+  std::size_t element_ = 0;
+  std::vector<unsigned char> bytes_;
+};
+
+/// The current directory's image read chunk by chunk through the module:
+/// "ok" and the image, or the first refusal as outcome() gives it.
+struct ModuleImage {
+  std::string outcome;
+  std::string shape, dtype;
+  std::vector<unsigned char> bytes;
+};
+ModuleImage read_module_image(const embedded::Array& id);
+
+/// One line of tifffile_pages.py or tifffile_write.py: a page, what tifffile
+/// makes of it, and the file holding its C-order bytes (or the error).
+struct PageRecord {
+  std::string file, key, dtype, shape;
+  std::uint16_t compression = 0;
+  std::string data;  ///< a file name, or "error: ..."
+  bool decoded() const { return data.rfind("error:", 0) != 0; }
+};
+std::vector<PageRecord> parse_pages(const std::string& text);
+
+/// Makes the directory at key ("2", or "0.1" for SubIFD 1 of directory 0)
+/// current through "setDirectory" and "setSubDirectory"; empty when it
+/// could, else what failed.
+std::string go_to_directory(const embedded::Array& id, const std::string& key);
 
 }  // namespace tiffgate::testing
