@@ -129,7 +129,7 @@ std::map<std::string, FileDirectories> tifffile_directories(const std::vector<st
       tag.values = f.size() > 4 ? f[4] : "";
     } else if (f[0] == "R" && f.size() == 4 && directory) {
       directory->shape = f[1], directory->dtype = f[2], directory->sha256 = f[3];
-    } else if (f[0] == "E" && f.size() >= 2) {
+    } else if (f[0] == "E" && f.size() >= 2 && file) {
       (directory ? directory->error : (*file)[""].error) = f[1];
     }
   }
