@@ -119,7 +119,7 @@ const CatalogueEntry kCatalogue[] = {
     {"Quarn:imagesci:Tiff:badTileNumber", "Bad tile number: the image has {1} tiles."},
     {"Quarn:imagesci:Tiff:stripNumberTooLarge", "Strip number too large: the image has {1} strips."},
     {"Quarn:imagesci:Tiff:tileNumberTooLarge", "Tile number too large: the image has {1} tiles."},
-    {"Quarn:imagesci:Tiff:tooManyBytes", "Strip {1} returned {3} bytes, more than its size of {2} bytes."},
+    {"Quarn:imagesci:Tiff:tooManyBytes", "Strip or tile {1} takes {3} bytes, more than the {2} bytes available."},
     {"Quarn:imagesci:Tiff:imageDepthStrippedLayoutMismatch", "The image depth does not match its stripped layout of {1} strips."},
     {"Quarn:imagesci:Tiff:readWithJpegColorModeRGB", "YCbCr JPEG data cannot be read raw while JPEGColorMode is RGB."},
     {"Quarn:imagesci:Tiff:imageReadErrorRGBA", "Unable to read the image as RGBA."},

@@ -72,7 +72,7 @@ std::u16string utf8_to_utf16(std::string_view text) {
     } else if ((b & 0xF8) == 0xF0) {
       extra = 3, c = b & 0x07, least = 0x10000;
     } else {
-      append_utf16(out, kReplacement);
+      append_utf16(out, b);  // a stray byte: see below
       ++i;
       continue;
     }
@@ -82,8 +82,11 @@ std::u16string utf8_to_utf16(std::string_view text) {
       if ((t & 0xC0) != 0x80) ok = false;
       else c = (c << 6) | (t & 0x3F);
     }
+    // Text read from a file may be in another 8-bit encoding (Latin-1, Mac
+    // Roman, ...): a byte that begins no well-formed sequence stands for the
+    // character of its own code, so that nothing of it is lost.
     if (!ok || c < least || c > 0x10FFFF || (c >= 0xD800 && c < 0xE000)) {
-      append_utf16(out, kReplacement);
+      append_utf16(out, b);
       ++i;
       continue;
     }

@@ -8,7 +8,8 @@ namespace tiffgate {
 
 /// UTF-16 to UTF-8; an unpaired surrogate becomes U+FFFD.
 std::string utf16_to_utf8(std::u16string_view text);
-/// UTF-8 to UTF-16; a malformed sequence becomes U+FFFD, one per bad byte.
+/// UTF-8 to UTF-16; a byte that begins no well-formed sequence becomes the
+/// character of the same code (read as Latin-1).
 std::u16string utf8_to_utf16(std::string_view text);
 
 }  // namespace tiffgate

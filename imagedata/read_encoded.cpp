@@ -3,12 +3,13 @@
 #include "gateway/errors.h"
 #include "gateway/handlers.h"
 #include "imagedata/layout.h"
+#include "imagedata/memory_limit.h"
 #include "imagedata/unpack_kernels.h"
 
 #include <tiffio.h>
 
 #include <algorithm>
-#include <cstdint>
+#include <cstdint>  // INT64_MAX, UINT64_MAX
 #include <cstdlib>
 #include <iterator>
 #include <memory>
@@ -94,9 +95,9 @@ std::size_t remaining(std::uint64_t total, std::uint64_t used, std::uint64_t lim
 
 /// A zero-filled chunk buffer of libtiff's chunk size (empty when libtiff
 /// could not compute one). calloc rather than a vector: a large buffer comes
-/// zeroed from the system without being written page by page, and a size no
-/// system can give (a malformed file's strip of hundreds of gigabytes) fails
-/// at once as bad_alloc.
+/// zeroed from the system without being written page by page. Sizes beyond
+/// memory were refused before (check_chunk_fits); an allocation that fails
+/// all the same is bad_alloc.
 class ChunkBuffer {
  public:
   explicit ChunkBuffer(tmsize_t size)
@@ -114,6 +115,22 @@ class ChunkBuffer {
   std::size_t size_;
   std::unique_ptr<unsigned char, Free> data_;
 };
+
+/// Refuses a chunk whose buffer and host array would not fit in memory
+/// together (see memory_limit.h), telling the bytes they would take and
+/// the bytes there are.
+void check_chunk_fits(std::uint32_t chunk, tmsize_t size, const ImageLayout& layout) {
+  // The array holds at most the chunk's pixels, a logical or whole element
+  // per sample (three planes for YCbCr at most add up to as much).
+  const std::uint64_t element = std::max(layout.bitsPerSample / 8u, 1u);
+  const std::uint64_t array =
+      saturating_product({layout.chunkWidth, layout.chunkLength, layout.samplesPerChunk, element});
+  const std::uint64_t buffer = static_cast<std::uint64_t>(std::max<tmsize_t>(size, 0));
+  const std::uint64_t needed = array > UINT64_MAX - buffer ? UINT64_MAX : array + buffer;
+  const std::uint64_t limit = memory_limit();
+  const auto text = [](std::uint64_t bytes) { return static_cast<Int>(std::min<std::uint64_t>(bytes, INT64_MAX)); };
+  if (needed > limit) raise(Tiff::tooManyBytes(Int{chunk}, text(limit), text(needed)));
+}
 
 // --- conversion ----------------------------------------------------------
 
@@ -177,6 +194,7 @@ TG_HANDLER(handle_read_encoded_strip) {
   }
 
   const tmsize_t size = TIFFStripSize(tif);
+  check_chunk_fits(strip, size, layout);
   const ChunkBuffer chunk(size);
   // The buffer's size rather than -1: the same for every consistent file,
   // and libtiff then never writes past the buffer when its strip sizes
@@ -209,6 +227,7 @@ TG_HANDLER(handle_read_encoded_tile) {
   const std::uint32_t tiles = TIFFNumberOfTiles(tif);
   if (tile >= tiles) raise(Tiff::badTileNumber(tiles));
 
+  check_chunk_fits(tile, size, layout);
   const ChunkBuffer chunk(size);
   // The result is not examined: a failed decode leaves zeros, and libtiff's
   // message becomes a warning.

@@ -327,6 +327,19 @@ TEST(get_field, bad_operands_and_refused_tags) {
   call("close", {fresh});
 }
 
+TEST(get_field, text_in_another_encoding_keeps_every_byte) {
+  // A corpus file's description in Mac Roman ("Photoshop\xA8") came back with
+  // U+FFFD in place of the byte that is not UTF-8.
+  ScratchDir dir;
+  write_tiff(dir.path("latin.tif"), [](TIFF* tif) {
+    TIFFSetField(tif, TIFFTAG_IMAGEDESCRIPTION, "Photoshop\xA8 caf\xE9 \xC3\xA9 \xE2\x82");
+  });
+  const Array id = open_file(dir.path("latin.tif"));
+  // Stray bytes as the characters of their codes; well-formed UTF-8 decoded.
+  EXPECT_EQ(get(id, 270).out().utf16(), u"Photoshop\u00A8 caf\u00E9 \u00E9 \u00E2\u0082");
+  call("close", {id});
+}
+
 TEST(get_field, ink_names_are_walked_within_the_buffer) {
   const char buffer[] = "a\0bc";  // exactly two names with their NULs
   EXPECT_EQ(split_ink_names(buffer, 2, 4), (std::vector<std::string>{"a", "bc", "", ""}));

@@ -3,6 +3,7 @@
 // decode of the same chunk.
 #include "gateway/libtiff_messages.h"
 #include "support/image_files.h"
+#include "support/raw_tiff.h"
 #include "support/tiff_files.h"
 
 #include <gtest/gtest.h>
@@ -252,6 +253,32 @@ TEST(read_encoded, corrupt_and_truncated_chunks_still_convert) {
   ASSERT_FALSE(r.warnings.empty());
   EXPECT_EQ(r.warnings.back().identifier, kLibtiffErrorId);
   call("close", {cut});
+}
+
+TEST(read_encoded, chunks_larger_than_memory_are_refused_before_allocating) {
+  // A malformed file's strip of 171 GB was allocated: out of memory, and an
+  // abort in the sanitizer build.
+  ScratchDir dir;
+  const std::uint32_t huge = 1000000;  // chunks of 10^12 bytes, more than any machine here has
+  const std::vector<RawEntry> image = {{256, 4, huge}, {257, 4, huge}, {258, 3, 8}, {259, 3, COMPRESSION_ADOBE_DEFLATE},
+                                       {262, 3, PHOTOMETRIC_MINISBLACK}, {277, 3, 1}};
+  std::vector<RawEntry> strips = image, tiles = image;
+  strips.insert(strips.end(), {{273, 4, 8}, {278, 4, huge}, {279, 4, 16}});
+  tiles.insert(tiles.end(), {{322, 4, huge}, {323, 4, huge}, {324, 4, 8}, {325, 4, 16}});
+  write_raw_tiff(dir.path("strip.tif"), strips);
+  write_raw_tiff(dir.path("tile.tif"), tiles);
+  for (const char* name : {"strip.tif", "tile.tif"}) {
+    SCOPED_TRACE(name);
+    const Array id = open_file(dir.path(name));
+    const auto r = call(name[0] == 's' ? "readEncodedStrip" : "readEncodedTile", {id, num(0)});
+    ASSERT_EQ(r.error_id(), "Quarn:imagesci:Tiff:tooManyBytes");
+    // Chunk 0 would take its buffer and its array, more than there is.
+    const auto& args = r.error->arguments;
+    EXPECT_EQ(boost::get<std::int64_t>(args[0]), 0);
+    EXPECT_GE(boost::get<std::int64_t>(args[2]), 2000000000000);
+    EXPECT_LT(boost::get<std::int64_t>(args[1]), boost::get<std::int64_t>(args[2]));
+    call("close", {id});
+  }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // "readRGBAImage", "readRGBAStrip" and "readRGBATile" against libtiff's own
 // TIFFReadRGBA* output for the same file.
 #include "support/image_files.h"
+#include "support/raw_tiff.h"
 #include "support/tiff_files.h"
 
 #include <gtest/gtest.h>
@@ -117,6 +118,26 @@ TEST(read_rgba, error_kinds_and_their_arguments) {
   EXPECT_EQ(outcome(call("readRGBATile", {tiles, num(0), num(4294967296.0)})), "argumentOutOfBounds()");
   EXPECT_EQ(outcome(call("readRGBAImage", {Array::uint64(0)})), "badFileId()");
   for (const Array* id : {&strips, &tiles, &fstrips, &ftiles}) call("close", {*id});
+}
+
+TEST(read_rgba, rasters_larger_than_memory_are_refused_before_allocating) {
+  // A raster of 4 x 10^12 bytes was allocated: out of memory, and an abort
+  // in the sanitizer build.
+  ScratchDir dir;
+  const std::uint32_t huge = 1000000;  // rasters of 4 x 10^12 bytes
+  const std::vector<RawEntry> image = {{256, 4, huge}, {257, 4, huge}, {258, 3, 8}, {259, 3, COMPRESSION_ADOBE_DEFLATE},
+                                       {262, 3, PHOTOMETRIC_MINISBLACK}, {277, 3, 1}};
+  std::vector<RawEntry> strips = image, tiles = image;
+  strips.insert(strips.end(), {{273, 4, 8}, {278, 4, huge}, {279, 4, 16}});
+  tiles.insert(tiles.end(), {{322, 4, huge}, {323, 4, huge}, {324, 4, 8}, {325, 4, 16}});
+  write_raw_tiff(dir.path("strip.tif"), strips);
+  write_raw_tiff(dir.path("tile.tif"), tiles);
+  const Array s = open_file(dir.path("strip.tif")), t = open_file(dir.path("tile.tif"));
+  EXPECT_EQ(outcome(call("readRGBAImage", {s})), "imageReadErrorRGBA()");
+  EXPECT_EQ(outcome(call("readRGBAStrip", {s, num(5)})), "stripReadErrorRGBA(1)");
+  EXPECT_EQ(outcome(call("readRGBATile", {t, num(5), num(7)})), "tileReadErrorRGBA(1, 1)");
+  call("close", {s});
+  call("close", {t});
 }
 
 }  // namespace

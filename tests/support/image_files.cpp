@@ -171,17 +171,23 @@ void write_image(const std::string& path, const ImageSpec& s) {
   }
 }
 
-std::vector<Expected> libtiff_chunk(TIFF* tif, std::uint32_t index) {
-  const Tags t = tags_of(tif);
-  const ChunkPlace p = chunk_place(tif, index);
+tmsize_t read_libtiff_chunk(TIFF* tif, std::uint32_t index, std::vector<unsigned char>& chunk) {
   const bool tiled = TIFFIsTiled(tif);
   const tmsize_t size = tiled ? TIFFTileSize(tif) : TIFFStripSize(tif);
-  std::vector<unsigned char> chunk(static_cast<std::size_t>(std::max<tmsize_t>(size, 0)));
-  if (tiled)
-    TIFFReadEncodedTile(tif, index, chunk.data(), size);
-  else
-    TIFFReadEncodedStrip(tif, index, chunk.data(), size);
+  chunk.assign(static_cast<std::size_t>(std::max<tmsize_t>(size, 0)), 0);
+  return tiled ? TIFFReadEncodedTile(tif, index, chunk.data(), size)
+               : TIFFReadEncodedStrip(tif, index, chunk.data(), size);
+}
 
+std::vector<Expected> libtiff_chunk(TIFF* tif, std::uint32_t index) {
+  std::vector<unsigned char> chunk;
+  read_libtiff_chunk(tif, index, chunk);
+  return arrange_libtiff_chunk(tif, index, chunk);
+}
+
+std::vector<Expected> arrange_libtiff_chunk(TIFF* tif, std::uint32_t index, const std::vector<unsigned char>& chunk) {
+  const Tags t = tags_of(tif);
+  const ChunkPlace p = chunk_place(tif, index);
   const std::size_t es = t.element();
   auto element = [&](std::size_t offset) {
     std::uint64_t value = 0;

@@ -55,6 +55,12 @@ struct Expected {
 /// one array, or Y, Cb and Cr for contiguous YCbCr.
 std::vector<Expected> libtiff_chunk(TIFF* tif, std::uint32_t index);
 
+/// The two halves of libtiff_chunk: libtiff's decode into a zero-filled
+/// buffer of the chunk size (returning what the read returned), and that
+/// buffer laid out as the read commands must return it.
+tmsize_t read_libtiff_chunk(TIFF* tif, std::uint32_t index, std::vector<unsigned char>& chunk);
+std::vector<Expected> arrange_libtiff_chunk(TIFF* tif, std::uint32_t index, const std::vector<unsigned char>& chunk);
+
 /// The same arrays built from pattern() for a file written by write_image.
 std::vector<Expected> pattern_chunk(const ImageSpec& spec, TIFF* tif, std::uint32_t index);
 

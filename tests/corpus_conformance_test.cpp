@@ -1,0 +1,552 @@
+// The module against the valid files of the corpus, none of them written
+// here. Every directory, SubIFDs included, goes through "retrieveMetadata",
+// "getField" for every tag of the name table and every strip or tile read,
+// and is held against three references nobody here wrote: the tags as
+// tifffile finds them in the file's bytes, libtiff's own decode of every
+// chunk (whose hash must equal the corpus's LIBTIFF_CHUNKS.csv), and the
+// whole image as tifffile decodes it (REFERENCE.csv, and tifffile run here
+// for SubIFDs). Whatever the module does otherwise is listed, with the
+// reason, in kExplained; a difference not listed there, or a listed one
+// that no longer happens, fails the test.
+
+#include "gateway/catalogue.h"
+#include "support/corpus.h"
+#include "support/image_files.h"
+#include "support/sha256.h"
+#include "support/tag_files.h"
+#include "support/tiff_files.h"
+#include "tags/tag_names.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <iomanip>
+#include <map>
+#include <optional>
+#include <set>
+#include <sstream>
+
+namespace tiffgate::testing {
+namespace {
+
+using embedded::Array;
+using embedded::call;
+using embedded::CallResult;
+
+/// What the module does with a corpus directory other than reading it
+/// plainly, and why. Directory keys: "1" is main directory 1, "0.1" SubIFD 1
+/// of main directory 0. Subjects: "read" (every strip or tile), "metadata",
+/// "tag N". Outcomes: an error as "kind(arguments)", "warnings" for reads
+/// that succeed with libtiff's errors passed on as warnings, and "differs:
+/// ..." for a value unlike the file's.
+struct Explained {
+  const char* file;
+  const char* directory;
+  const char* subject;
+  const char* outcome;
+  const char* reason;
+};
+
+// clang-format off
+const Explained kExplained[] = {
+    // Sample layouts the read commands refuse by design: no host class holds them.
+    {"imagetiff-flower-minisblack-02.tif", "0", "read", "unhandledBitsPerSample(2)", "2-bit samples have no host class"},
+    {"imagetiff-flower-palette-02.tif", "0", "read", "unhandledBitsPerSample(2)", "2-bit samples have no host class"},
+    {"imagetiff-flower-minisblack-04.tif", "0", "read", "unhandledBitsPerSample(4)", "4-bit samples have no host class"},
+    {"libtiff-palette-1c-4b.tiff", "0", "read", "unhandledBitsPerSample(4)", "4-bit samples have no host class"},
+    {"imagetiff-pics-text-thunderscan.tif", "0", "read", "unhandledBitsPerSample(4)", "ThunderScan decodes to 4-bit samples"},
+    {"twelvemonkeys-rgba4444-lzw-2pages.tif", "0", "read", "unhandledBitsPerSample(4)", "4-bit samples have no host class"},
+    {"twelvemonkeys-rgba4444-lzw-2pages.tif", "1", "read", "unhandledBitsPerSample(2)", "2-bit samples have no host class"},
+    {"imagetiff-flower-rgb-contig-10.tif", "0", "read", "unhandledBitsPerSample(10)", "10-bit samples have no host class"},
+    {"imagetiff-flower-minisblack-12.tif", "0", "read", "unhandledBitsPerSample(12)", "12-bit samples have no host class"},
+    {"imagetiff-flower-minisblack-24.tif", "0", "read", "unhandledBitsPerSample(24)", "24-bit samples have no host class"},
+    {"libtiffnet-tiger-float24-strip.tif", "0", "read", "unhandledBitsPerSample(24)", "24-bit floating point has no host class"},
+    {"imagetiff-float16-deflate.tiff", "0", "read", "badSampleFormatBitsPerSampleCombination(3, 16)", "16-bit floating point has no host class"},
+    {"imagetiff-float16-pred3.tiff", "0", "read", "badSampleFormatBitsPerSampleCombination(3, 16)", "16-bit floating point has no host class"},
+    {"libtiffnet-tiger-float16-strip.tif", "0", "read", "badSampleFormatBitsPerSampleCombination(3, 16)", "16-bit floating point has no host class"},
+    {"twelvemonkeys-float16-rgb-icc.tif", "0", "read", "badSampleFormatBitsPerSampleCombination(3, 16)", "16-bit floating point has no host class"},
+    {"imagetiff-uint64-gradient.tiff", "0", "read", "sampleFormatMustBeIeeeFpFor64Bits()", "64-bit samples are read as double only"},
+    {"imagetiff-uint64-rgb-gradient.tiff", "0", "read", "sampleFormatMustBeIeeeFpFor64Bits()", "64-bit samples are read as double only"},
+    {"libtiffnet-tiger-rgb-tile-contig-64.tif", "0", "read", "sampleFormatMustBeIeeeFpFor64Bits()", "64-bit samples are read as double only"},
+    // YCbCr stored in separate planes: the read commands return planes of a
+    // contiguous layout only (and libtiff expects full-size chroma planes).
+    {"libtiffnet-ycbcr-separate-08.tif", "0", "read", "unsupportedYCbCrConfiguration()", "YCbCr in separate planes is refused, even unsubsampled as here"},
+    {"twelvemonkeys-ycbcr420-planar-raw.tif", "0", "read", "unsupportedYCbCrConfiguration()", "YCbCr in separate planes is refused (libtiff cannot read it either)"},
+    {"twelvemonkeys-ycbcr422-planar-lzw.tif", "0", "read", "unsupportedYCbCrConfiguration()", "YCbCr in separate planes is refused (libtiff cannot read it either)"},
+    // LogL and LogLuv: the caller chooses the data format first (read below).
+    {"libtiff-logluv-3c-16b.tiff", "0", "read", "luvCodecNotSet()", "SGILogDataFmt must be chosen before reading"},
+    {"imagetiff-pics-off-l16.tif", "0", "read", "luvCodecNotSet()", "SGILogDataFmt must be chosen before reading"},
+    {"imagetiff-pics-off-luv24.tif", "0", "read", "luvCodecNotSet()", "SGILogDataFmt must be chosen before reading"},
+    {"imagetiff-pics-off-luv32.tif", "0", "read", "luvCodecNotSet()", "SGILogDataFmt must be chosen before reading"},
+    // No PhotometricInterpretation: the layout cannot be described.
+    {"pillow-float32-no-photometric.tiff", "0", "metadata", "tagRetrievalFailed('PhotometricInterpretation')", "PhotometricInterpretation is required"},
+    {"pillow-float32-no-photometric.tiff", "0", "read", "tagRetrievalFailed('PhotometricInterpretation')", "PhotometricInterpretation is required"},
+    // libtiff fails to decode, and says so through its messages only.
+    {"libtiff-testfax3-1d-noeol.tif", "0", "read", "warnings", "libtiff 4.5 cannot decode a G3 file without EOLs"},
+    // Tag values as libtiff gives them, which differ from the file's entries.
+    {"twelvemonkeys-g4-5pages.tif", "*", "tag 292", "unableToReadTag(292)", "libtiff keeps the G3 options of a G4 file as an anonymous value of another type"},
+    {"imagetiff-pics-quad-lzw.tif", "0", "tag 338", "differs: a value for an absent tag", "libtiff turns the old Matteing tag into ExtraSamples"},
+    {"imagetiff-pics-quad-tile.tif", "0", "metadata", "differs: SampleFormat is 4.000000 where the file has 1.000000", "libtiff turns the old DataType tag (0) into SampleFormat 4, void"},
+    {"imagetiff-pics-quad-tile.tif", "0", "tag 273", "strippedOperationOnTiledImage()", "a tiled file with its tile arrays under the strip tags: libtiff files them as TileOffsets"},
+    {"imagetiff-pics-quad-tile.tif", "0", "tag 279", "strippedOperationOnTiledImage()", "and TileByteCounts"},
+    {"imagetiff-pics-quad-tile.tif", "0", "tag 324", "differs: a value for an absent tag", "the file's StripOffsets, as TileOffsets"},
+    {"imagetiff-pics-quad-tile.tif", "0", "tag 325", "differs: a value for an absent tag", "the file's StripByteCounts, as TileByteCounts"},
+};
+// clang-format on
+
+// --- reading the module's values --------------------------------------------
+
+std::set<std::string> catalogue_ids() {
+  std::set<std::string> ids;
+  for (const CatalogueEntry& entry : kCatalogue) ids.insert(entry.identifier);
+  return ids;
+}
+
+bool is_kind(const CallResult& r) {
+  static const std::set<std::string> ids = catalogue_ids();
+  return ids.count(r.error_id()) != 0;
+}
+
+/// getField refuses these tags whatever the file holds: not a reading of
+/// the file, so not listed in kExplained.
+bool contract_refusal(const CallResult& r) {
+  return r.error_id() == "Quarn:imagesci:Tiff:unhandledTagId" || r.error_id() == "Quarn:imagesci:Tiff:unsupportedTag";
+}
+
+/// The elements of a numeric or logical array as doubles, row by row
+/// (the order of records in a matrix tag) or column by column (curves).
+std::vector<double> flatten(const Array& a, bool byColumns) {
+  std::vector<double> out;
+  const std::size_t rows = a.dims().empty() ? 0 : a.dims()[0];
+  const std::size_t columns = rows == 0 ? 0 : a.numel() / rows;
+  for (std::size_t i = 0; i < a.numel(); ++i) {
+    const std::size_t r = byColumns ? i % rows : i / columns, c = byColumns ? i / rows : i % columns;
+    out.push_back(a.class_id() == zvUINT64_CLASS ? static_cast<double>(a.at<std::uint64_t>(r + c * rows))
+                                                 : a.number(r + c * rows));
+  }
+  return out;
+}
+
+bool close_enough(double got, double want) {
+  if (std::isnan(got) || std::isnan(want)) return std::isnan(got) && std::isnan(want);
+  // Rationals go through libtiff as single precision.
+  return std::abs(got - want) <= 1e-6 * std::max(1.0, std::abs(want));
+}
+
+// Tags whose value libtiff gives for an absent tag (the defaulted forms),
+// and the per-sample tags, of which the module returns the first value.
+const std::set<std::uint32_t> kDefaulted = {254, 258, 259, 274, 277, 278, 280, 281, 284, 296, 334, 339, 530, 32997};
+const std::set<std::uint32_t> kPerSample = {258, 280, 281, 339, 340, 341};
+
+/// Empty when getField's value equals the file's entry, else what differs.
+std::string compare_tag(std::uint32_t tag, const Array& value, const TagRecord& file) {
+  if (value.class_id() == zvCHAR_CLASS || value.class_id() == zvUINT8_CLASS) {
+    std::vector<unsigned char> want = file.bytes();
+    std::vector<unsigned char> got;
+    if (value.class_id() == zvUINT8_CLASS) {
+      got.assign(value.data_as<unsigned char>(), value.data_as<unsigned char>() + value.numel());
+    } else if (tag == 700) {  // XMLPacket: one character per byte
+      for (const char16_t c : value.utf16()) got.push_back(static_cast<unsigned char>(c));
+    } else {  // text up to the first NUL, as UTF-8 or else byte by byte (Latin-1)
+      want.erase(std::find(want.begin(), want.end(), 0), want.end());
+      const std::string text = value.utf8();
+      got.assign(text.begin(), text.end());
+      const std::u16string units = value.utf16();
+      if (got != want && std::equal(units.begin(), units.end(), want.begin(), want.end())) got = want;
+    }
+    if (got == want) return {};
+    return "differs: " + std::to_string(got.size()) + " bytes where the file has " + std::to_string(want.size());
+  }
+  if (!(value.class_id() >= zvLOGICAL_CLASS && value.class_id() <= zvUINT64_CLASS))
+    return std::string("differs: class ") + value.class_name();
+
+  std::vector<double> got = flatten(value, tag == 320 || tag == 301);
+  std::vector<double> want = file.numbers();
+  if (tag == 320)  // ColorMap, scaled to 0..1
+    for (double& v : got) v = std::round(v * 65535);
+  if (kPerSample.count(tag) && !want.empty()) want.resize(1);
+  // The strip and tile arrays of separate planes are longer than libtiff's,
+  // by entries left 0.
+  if ((tag == 273 || tag == 279 || tag == 324 || tag == 325) && got.size() > want.size() &&
+      std::all_of(got.begin() + static_cast<std::ptrdiff_t>(want.size()), got.end(), [](double v) { return v == 0; }))
+    got.resize(want.size());
+  if (got.size() != want.size())
+    return "differs: " + std::to_string(got.size()) + " values where the file has " + std::to_string(want.size());
+  for (std::size_t i = 0; i < got.size(); ++i)
+    if (!close_enough(got[i], want[i])) {
+      std::ostringstream s;
+      s << "differs: value " << i << " is " << got[i] << " where the file has " << want[i];
+      return s.str();
+    }
+  return {};
+}
+
+/// libtiff opened with "r" reads a single uncompressed strip as strips of
+/// about 8 KB ("strip chopping"; mode "rc" keeps the file's strip). When the
+/// module's strip arrays are exactly such a split of the file's one strip,
+/// returns the file's record with the split in place of that strip;
+/// otherwise nullopt.
+std::optional<DirectoryRecord> as_chopped(const DirectoryRecord& file, const CallResult& rows,
+                                          const CallResult& offsets, const CallResult& counts) {
+  const TagRecord* fileOffsets = file.tag(273);
+  const TagRecord* fileCounts = file.tag(279);
+  if (!fileOffsets || !fileCounts || fileOffsets->count != 1 || !rows.ok() || !offsets.ok() || !counts.ok())
+    return std::nullopt;
+  // A strip short enough for one chopped strip is still given fewer rows.
+  const TagRecord* fileRows = file.tag(278);
+  const double declared = fileRows && !fileRows->numbers().empty() ? fileRows->numbers()[0] : 4294967295.0;
+  const std::vector<double> o = flatten(offsets.out(), false), c = flatten(counts.out(), false);
+  if (rows.out().number() >= declared || o.empty() || o.size() != c.size()) return std::nullopt;
+  double next = fileOffsets->numbers()[0];
+  for (std::size_t k = 0; k < o.size(); ++k) {
+    if (o[k] != next || (k + 1 < o.size() && c[k] != c[0])) return std::nullopt;
+    next += c[k];
+  }
+  if (next - o[0] != fileCounts->numbers()[0]) return std::nullopt;
+  const auto text = [](const std::vector<double>& values) {
+    std::ostringstream s;
+    for (const double v : values) s << std::fixed << std::setprecision(0) << v << " ";
+    return s.str();
+  };
+  DirectoryRecord chopped = file;
+  chopped.tags[273] = {fileOffsets->type, o.size(), text(o)};
+  chopped.tags[279] = {fileCounts->type, c.size(), text(c)};
+  chopped.tags[278] = {TIFF_LONG, 1, text({rows.out().number()})};
+  return chopped;
+}
+
+/// The metadata structure against the file's own entries; empty when equal.
+std::string compare_metadata(const Array& m, const DirectoryRecord& file) {
+  const auto first = [&](std::uint32_t tag, double absent) {
+    const TagRecord* t = file.tag(tag);
+    const std::vector<double> v = t ? t->numbers() : std::vector<double>{};
+    return v.empty() ? absent : v[0];
+  };
+  const bool tiled = file.tag(322) != nullptr;
+  const double length = first(257, -1);
+  const std::pair<const char*, double> expected[] = {
+      {"ImageWidth", first(256, -1)},
+      {"ImageLength", length},
+      {"BitsPerSample", first(258, 1)},
+      {"SamplesPerPixel", first(277, 1)},
+      {"Compression", first(259, 1)},
+      {"PhotometricInterpretation", first(262, -1)},
+      {"PlanarConfiguration", first(284, 1)},
+      {"SampleFormat", first(339, 1)},
+      {"ImageDepth", first(32997, 1)},
+      {"TileWidth", tiled ? first(322, -1) : 0},
+      {"TileLength", tiled ? first(323, -1) : 0},
+      {"RowsPerStrip", tiled ? 0 : std::min(first(278, 4294967295.0), length)},
+      {"numExtraSamples", file.tag(338) ? static_cast<double>(file.tag(338)->count) : 0},
+      {"isTiled", tiled ? 1 : 0},
+      {"JPEGColorMode", 0},
+  };
+  for (const auto& [field, want] : expected) {
+    const Array* got = m.field(field);
+    if (got == nullptr || got->number() != want)
+      return std::string("differs: ") + field + " is " + (got ? std::to_string(got->number()) : "absent") +
+             " where the file has " + std::to_string(want);
+  }
+  const Array* ycbcr = m.field("YCbCrSubsampling");
+  std::vector<double> subsampling;
+  if (first(262, -1) == PHOTOMETRIC_YCBCR)
+    subsampling = file.tag(530) ? file.tag(530)->numbers() : std::vector<double>{2, 2};
+  if (ycbcr == nullptr || flatten(*ycbcr, false) != subsampling) return "differs: YCbCrSubsampling";
+  return {};
+}
+
+// --- one file, every directory ----------------------------------------------
+
+/// What the corpus and tifffile know of one file's main directory.
+struct DirectoryReferences {
+  const DirectoryRecord* tags = nullptr;  ///< tifffile's view of the entries
+  const CsvRow* chunks = nullptr;         ///< LIBTIFF_CHUNKS.csv
+  std::string shape, dtype, sha256;       ///< tifffile's decode, when it has one
+};
+
+/// An outcome other than a plain read, as kExplained lists them.
+struct Seen {
+  std::string file, directory, subject, outcome;
+};
+
+struct Counts {
+  std::size_t chopped = 0, entries = 0, directories = 0, chunks = 0, tags = 0, images = 0, libtiffHashes = 0;
+};
+
+class FileCheck {
+ public:
+  FileCheck(const std::string& path, const std::string& name, const FileDirectories* tifffile,
+            std::vector<Seen>& outcomes, Counts& counts)
+      : path_(path), name_(name), tifffile_(tifffile), outcomes_(outcomes), counts_(counts), ref_(path, "r") {}
+
+  void run(const std::map<int, const CsvRow*>& chunkRows, const std::map<int, const CsvRow*>& referenceRows) {
+    const CallResult opened = call("open", {str(path_), str("r")});
+    ASSERT_TRUE(opened.ok()) << error_of(opened);
+    id_ = opened.out();
+    // The main chain by "readDirectory", then the SubIFDs of each directory.
+    std::map<int, std::vector<std::uint64_t>> subifds;
+    for (int d = 0;; ++d) {
+      ASSERT_LT(d, 64) << "no end to the directory chain";
+      EXPECT_EQ(call("currentDirectory", {id_}).out().number(), d + 1);
+      EXPECT_EQ(TIFFCurrentDirectory(ref_), d);
+      DirectoryReferences refs;
+      refs.tags = record(std::to_string(d));
+      if (chunkRows.count(d)) refs.chunks = chunkRows.at(d);
+      if (referenceRows.count(d)) {
+        const CsvRow& row = *referenceRows.at(d);
+        refs.shape = row.at("shape"), refs.dtype = row.at("dtype"), refs.sha256 = row.at("sha256");
+      }
+      subifds[d] = directory(std::to_string(d), refs);
+      const bool last = call("lastDirectory", {id_}).out().number() != 0;
+      EXPECT_EQ(last, TIFFLastDirectory(ref_) != 0);
+      if (last) break;
+      ASSERT_TRUE(call("readDirectory", {id_}).ok());
+      ASSERT_TRUE(TIFFReadDirectory(ref_));
+    }
+    EXPECT_FALSE(call("readDirectory", {id_}).ok());  // past the last directory
+    for (const auto& [d, offsets] : subifds) visit_subifds(d, {}, std::to_string(d), offsets);
+    EXPECT_TRUE(call("close", {id_}).ok());
+  }
+
+ private:
+  const DirectoryRecord* record(const std::string& key) const {
+    if (tifffile_ == nullptr || !tifffile_->count(key)) return nullptr;
+    return &tifffile_->at(key);
+  }
+
+  void note(const std::string& key, const std::string& subject, const std::string& outcome) {
+    outcomes_.push_back({name_, key, subject, outcome});
+  }
+
+  /// The SubIFDs listed by the directory at `route`, reached by
+  /// "setSubDirectory" from there, and theirs in turn.
+  void visit_subifds(int main, std::vector<std::uint64_t> route, const std::string& key,
+                     const std::vector<std::uint64_t>& offsets) {
+    for (std::size_t i = 0; i < offsets.size(); ++i) {
+      route.push_back(offsets[i]);
+      const std::string subkey = key + "." + std::to_string(i);
+      ASSERT_LT(route.size(), 5u) << "SubIFDs nested too deep";
+      // From the main directory down the route, both handles alike.
+      ASSERT_TRUE(call("setDirectory", {id_, num(main)}).ok());
+      ASSERT_TRUE(TIFFSetDirectory(ref_, static_cast<tdir_t>(main)));
+      for (const std::uint64_t offset : route) {
+        const CallResult r = call("setSubDirectory", {id_, Array::uint64(offset)});
+        ASSERT_TRUE(r.ok()) << subkey << ": " << error_of(r);
+        ASSERT_TRUE(TIFFSetSubDirectory(ref_, offset));
+      }
+      DirectoryReferences refs;
+      refs.tags = record(subkey);
+      if (refs.tags) refs.shape = refs.tags->shape, refs.dtype = refs.tags->dtype, refs.sha256 = refs.tags->sha256;
+      const std::vector<std::uint64_t> deeper = directory(subkey, refs);
+      visit_subifds(main, route, subkey, deeper);
+      route.pop_back();
+    }
+  }
+
+  /// Checks the current directory; returns the SubIFD offsets it lists.
+  std::vector<std::uint64_t> directory(const std::string& key, const DirectoryReferences& refs) {
+    SCOPED_TRACE("directory " + key);
+    ++counts_.directories;
+    EXPECT_TRUE(refs.tags != nullptr) << "tifffile does not know this directory";
+    std::optional<DirectoryRecord> chopped;
+    if (refs.tags) {
+      chopped = as_chopped(*refs.tags, call("getField", {id_, num(278)}), call("getField", {id_, num(273)}),
+                           call("getField", {id_, num(279)}));
+      counts_.chopped += chopped.has_value();
+    }
+    const DirectoryRecord* file = chopped ? &*chopped : refs.tags;
+    const CallResult metadata = call("retrieveMetadata", {id_});
+    if (!metadata.ok()) {
+      EXPECT_TRUE(is_kind(metadata)) << error_of(metadata);
+      note(key, "metadata", outcome(metadata));
+    } else if (file) {
+      const std::string difference = compare_metadata(metadata.out(), *file);
+      if (!difference.empty()) note(key, "metadata", difference);
+    }
+    std::vector<std::uint64_t> subifds;
+    for (const auto& [tag, name] : TagNameTable()) {
+      const CallResult r = call("getField", {id_, num(tag)});
+      EXPECT_TRUE(r.ok() || is_kind(r)) << "tag " << tag << ": " << error_of(r);
+      if (tag == 330 && r.ok())
+        for (std::size_t i = 0; i < r.out().numel(); ++i) subifds.push_back(r.out().at<std::uint64_t>(i));
+      counts_.tags += r.ok();
+      const TagRecord* entry = file ? file->tag(tag) : nullptr;
+      const std::string subject = "tag " + std::to_string(tag);
+      if (entry && r.ok()) {
+        ++counts_.entries;
+        const std::string difference = compare_tag(tag, r.out(), *entry);
+        if (!difference.empty()) note(key, subject, difference);
+      } else if (entry && !contract_refusal(r)) {
+        note(key, subject, outcome(r));  // in the file, but not read
+      } else if (r.ok() && tag < 65536 && !kDefaulted.count(tag)) {
+        note(key, subject, "differs: a value for an absent tag");
+      }
+    }
+    read_chunks(key, refs);
+    return subifds;
+  }
+
+  /// Every chunk through the module, against libtiff's own decode of it.
+  void read_chunks(const std::string& key, const DirectoryReferences& refs) {
+    const bool tiled = TIFFIsTiled(ref_);
+    const std::uint32_t count = tiled ? TIFFNumberOfTiles(ref_) : TIFFNumberOfStrips(ref_);
+    std::uint32_t width = 0, length = 0;
+    std::uint16_t samples = 1, planar = PLANARCONFIG_CONTIG;
+    TIFFGetField(ref_, TIFFTAG_IMAGEWIDTH, &width);
+    TIFFGetField(ref_, TIFFTAG_IMAGELENGTH, &length);
+    TIFFGetFieldDefaulted(ref_, TIFFTAG_SAMPLESPERPIXEL, &samples);
+    TIFFGetFieldDefaulted(ref_, TIFFTAG_PLANARCONFIG, &planar);
+    ImageAssembly image(width, length, samples, planar == PLANARCONFIG_SEPARATE);
+    Sha256 libtiffHash;
+    std::size_t libtiffFailures = 0;
+    std::string result = "ok";
+    // As LIBTIFF_CHUNKS.csv was made: one buffer for the directory, zeroed
+    // once, each read with size -1. Some decoders (raw JPEG YCbCr, OJPEG,
+    // the fax codes) leave bytes of it unwritten, which then hold what an
+    // earlier chunk left there.
+    const tmsize_t size = tiled ? TIFFTileSize(ref_) : TIFFStripSize(ref_);
+    std::vector<unsigned char> reused(static_cast<std::size_t>(std::max<tmsize_t>(size, 0))), fresh;
+    for (std::uint32_t i = 0; i < count; ++i) {
+      const CallResult r = call(tiled ? "readEncodedTile" : "readEncodedStrip", {id_, num(i)});
+      const tmsize_t got = tiled ? TIFFReadEncodedTile(ref_, i, reused.data(), -1)
+                                 : TIFFReadEncodedStrip(ref_, i, reused.data(), -1);
+      if (got < 0) ++libtiffFailures;
+      else libtiffHash.update(reused.data(), static_cast<std::size_t>(got));
+      if (!r.ok()) {
+        EXPECT_TRUE(is_kind(r)) << error_of(r);
+        result = outcome(r);
+        break;  // the directory's configuration: every chunk says the same
+      }
+      ++counts_.chunks;
+      const bool complained = std::any_of(r.warnings.begin(), r.warnings.end(), [](const embedded::Warning& w) {
+        return w.identifier == "Quarn:imagesci:Tiff:libtiffError";
+      });
+      if (complained || got < 0) result = "warnings";
+      // The module decodes into a zeroed buffer each time: so does libtiff
+      // here when the reused buffer held something else.
+      std::string difference = compare_outputs(r, arrange_libtiff_chunk(ref_, i, reused));
+      if (!difference.empty()) {
+        read_libtiff_chunk(ref_, i, fresh);
+        difference = compare_outputs(r, arrange_libtiff_chunk(ref_, i, fresh));
+      }
+      EXPECT_EQ(difference, "") << "chunk " << i;
+      if (!difference.empty()) return;
+      image.add(chunk_place(ref_, i), r);
+    }
+    if (result != "ok") note(key, "read", result);
+
+    // libtiff in this test decodes as libtiff did for the corpus.
+    if (refs.chunks && result == "ok") {
+      EXPECT_EQ(std::to_string(count), refs.chunks->at("chunks"));
+      EXPECT_EQ(libtiffHash.hex(), refs.chunks->at("sha256"));
+      EXPECT_EQ(libtiffFailures, 0u);
+      ++counts_.libtiffHashes;
+    }
+    if (!refs.sha256.empty() && result == "ok") {
+      EXPECT_EQ(image.shape(), refs.shape);
+      EXPECT_EQ(image.dtype(), refs.dtype);
+      EXPECT_EQ(sha256_hex(image.bytes().data(), image.bytes().size()), refs.sha256)
+          << "the image differs from tifffile's decode";
+      ++counts_.images;
+    }
+  }
+
+  std::string path_, name_;
+  const FileDirectories* tifffile_;
+  std::vector<Seen>& outcomes_;
+  Counts& counts_;
+  TiffHandle ref_;
+  Array id_;
+};
+
+std::string name_of(const std::string& path) { return path.substr(corpus_dir().size() + 1); }
+
+TEST(corpus_conformance, every_directory_of_every_valid_file) {
+  const std::vector<std::string> files = tiff_files_in(corpus_dir());
+  ASSERT_GE(files.size(), 180u);
+  // The manifest lists every file of the corpus, and no other.
+  std::set<std::string> listed;
+  for (const CsvRow& row : read_csv(corpus_dir() + "/MANIFEST.csv"))
+    if (row.at("file").rfind("malformed/", 0) != 0) listed.insert(row.at("file"));
+  std::set<std::string> present;
+  for (const std::string& f : files) present.insert(name_of(f));
+  EXPECT_EQ(present, listed);
+
+  std::map<std::string, std::map<int, const CsvRow*>> chunkRows, referenceRows;
+  const std::vector<CsvRow> chunkCsv = read_csv(corpus_dir() + "/LIBTIFF_CHUNKS.csv");
+  const std::vector<CsvRow> referenceCsv = read_csv(corpus_dir() + "/REFERENCE.csv");
+  for (const CsvRow& row : chunkCsv) chunkRows[row.at("file")][std::stoi(row.at("directory"))] = &row;
+  for (const CsvRow& row : referenceCsv)
+    if (!row.at("sha256").empty()) referenceRows[row.at("file")][std::stoi(row.at("directory"))] = &row;
+  const auto tifffile = tifffile_directories(files, true);
+
+  // The reference handles would print libtiff's complaints a second time.
+  TIFFSetErrorHandler(nullptr);
+  TIFFSetWarningHandler(nullptr);
+  std::vector<Seen> outcomes;
+  Counts counts;
+  for (const std::string& path : files) {
+    const std::string name = name_of(path);
+    SCOPED_TRACE(name);
+    const auto found = tifffile.find(path);
+    FileCheck check(path, name, found == tifffile.end() ? nullptr : &found->second, outcomes, counts);
+    check.run(chunkRows[name], referenceRows[name]);
+  }
+
+  // Everything other than a plain read is explained, and every explanation
+  // holds ("*" standing for every directory of its file).
+  std::vector<bool> used(std::size(kExplained));
+  for (const Seen& seen : outcomes) {
+    const auto e = std::find_if(std::begin(kExplained), std::end(kExplained), [&](const Explained& x) {
+      return seen.file == x.file && seen.subject == x.subject &&
+             (seen.directory == x.directory || std::string(x.directory) == "*");
+    });
+    const bool found = e != std::end(kExplained);
+    if (found) used[e - std::begin(kExplained)] = true;
+    EXPECT_TRUE(found && seen.outcome == e->outcome)
+        << "unexplained: " << seen.file << " " << seen.directory << " " << seen.subject << ": " << seen.outcome;
+  }
+  for (std::size_t i = 0; i < used.size(); ++i)
+    EXPECT_TRUE(used[i]) << "explained but not seen: " << kExplained[i].file << " " << kExplained[i].directory << " "
+                         << kExplained[i].subject;
+
+  EXPECT_GE(counts.directories, 225u);
+  EXPECT_GT(counts.chunks, 5000u);
+  EXPECT_GT(counts.images, 100u);
+  EXPECT_GT(counts.entries, 3000u);
+  EXPECT_GE(counts.libtiffHashes, 185u);
+  std::cout << "  " << counts.directories << " directories (" << counts.chopped
+            << " with a single strip chopped by libtiff), " << counts.chunks << " chunks, " << counts.tags
+            << " tag values (" << counts.entries << " against the file's entries), " << counts.images << " whole images against tifffile, " << counts.libtiffHashes
+            << " directories against LIBTIFF_CHUNKS.csv\n";
+}
+
+TEST(corpus_conformance, logluv_reads_once_the_data_format_is_chosen) {
+  const char* const files[] = {"libtiff-logluv-3c-16b.tiff", "imagetiff-pics-off-l16.tif",
+                               "imagetiff-pics-off-luv24.tif", "imagetiff-pics-off-luv32.tif"};
+  TIFFSetErrorHandler(nullptr);
+  TIFFSetWarningHandler(nullptr);
+  for (const char* name : files) {
+    SCOPED_TRACE(name);
+    const std::string path = corpus_dir() + "/" + name;
+    const Array id = open_file(path);
+    EXPECT_EQ(outcome(call("readEncodedStrip", {id, num(0)})), "luvCodecNotSet()");
+    // Floating point, chosen on a file open for reading; then once only.
+    ASSERT_EQ(error_of(call("setField", {id, num(65560), num(SGILOGDATAFMT_FLOAT)})), "ok");
+    EXPECT_EQ(outcome(call("setField", {id, num(65560), num(SGILOGDATAFMT_FLOAT)})), "fmtAlreadySet()");
+    TiffHandle ref(path, "r");
+    TIFFSetField(ref, TIFFTAG_SGILOGDATAFMT, SGILOGDATAFMT_FLOAT);
+    for (std::uint32_t i = 0; i < TIFFNumberOfStrips(ref); ++i) {
+      const CallResult r = call("readEncodedStrip", {id, num(i)});
+      ASSERT_TRUE(r.ok()) << error_of(r);
+      EXPECT_EQ(r.out().class_id(), zvSINGLE_CLASS);
+      EXPECT_EQ(compare_outputs(r, libtiff_chunk(ref, i)), "") << "strip " << i;
+    }
+    call("close", {id});
+  }
+}
+
+}  // namespace
+}  // namespace tiffgate::testing
