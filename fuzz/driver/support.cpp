@@ -121,6 +121,7 @@ std::uint64_t demand_bytes(TIFF* tif, Demand what) {
   // A file being written gets its chunk offset and byte count arrays on the
   // first chunk written, about 20 bytes per chunk, however many there are.
   const bool writing = TIFFGetMode(tif) != O_RDONLY;
+  const std::uint64_t chunk = TIFFIsTiled(tif) ? TIFFTileSize64(tif) : TIFFStripSize64(tif);
   switch (what) {
     case Demand::Strip:
       return std::max({TIFFStripSize64(tif), product(width, rows, perChunk),
@@ -128,9 +129,11 @@ std::uint64_t demand_bytes(TIFF* tif, Demand what) {
     case Demand::Tile:
       return std::max({TIFFTileSize64(tif), product(tileWidth, tileLength, perChunk),
                        writing ? product(TIFFNumberOfTiles(tif), 20) : 0});
-    case Demand::RgbaImage: return product(4, width, length);
-    case Demand::RgbaStrip: return product(4, width, rows);
-    case Demand::RgbaTile: return product(4, tileWidth, tileLength);
+    // libtiff's RGBA routines decode each chunk into a buffer of their own,
+    // of the whole chunk's size, besides the raster the module allocates.
+    case Demand::RgbaImage: return std::max(product(4, width, length), chunk);
+    case Demand::RgbaStrip: return std::max(product(4, width, rows), chunk);
+    case Demand::RgbaTile: return std::max(product(4, tileWidth, tileLength), chunk);
   }
   return 0;
 }

@@ -66,15 +66,17 @@ class Session {
 enum class Demand { Strip, Tile, RgbaImage, RgbaStrip, RgbaTile };
 std::uint64_t demand_bytes(TIFF* tif, Demand what);
 
-/// Bytes of chunk buffers and rasters one input may have the module
-/// allocate. A file can claim strips of any size (the corpus has one of
-/// 171 GB); until the module refuses such sizes itself, the drivers leave
-/// those calls out, so that a run measures the module rather than the
-/// machine's memory. The limits sit far above every valid corpus file.
+/// Bytes of chunk buffers and rasters one input may have the module (and
+/// libtiff under it) allocate. A file can claim strips of any size (the
+/// corpus has one of 171 GB); until the module refuses such sizes itself,
+/// the drivers leave those calls out, so that a run measures the module
+/// rather than the machine's memory. The limits take every valid corpus
+/// file but the largest scanned pages whole, and keep an input under about
+/// a second under the sanitizers.
 class Budget {
  public:
-  static constexpr std::uint64_t kPerCall = 128u << 20;
-  static constexpr std::uint64_t kPerInput = 512u << 20;
+  static constexpr std::uint64_t kPerCall = 32u << 20;
+  static constexpr std::uint64_t kPerInput = 128u << 20;
 
   /// Whether a call needing these bytes fits; if so, they are spent.
   bool take(std::uint64_t bytes) {
