@@ -6,6 +6,7 @@
 
 #include <algorithm>  // std::min, std::max
 #include <cstdint>  // UINT64_MAX
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>  // O_RDONLY
 #include <filesystem>
@@ -55,16 +56,48 @@ std::string corpus_dir() {
 }
 
 CallResult Session::call(std::string_view word, std::vector<Array> operands, int nOutputs) {
-  CallResult result = embedded::call(word, std::move(operands), nOutputs);
-  check(word, result);
-  return result;
+  operands.insert(operands.begin(), Array::text(word));
+  return call_inputs(operands, nOutputs);
 }
 
 CallResult Session::call_inputs(const std::vector<Array>& inputs, int nOutputs) {
+  // Written before the call, so that the last line before a crash names it.
+  static const bool tracing = std::getenv("TIFFGATE_FUZZ_TRACE") != nullptr;
+  if (tracing) {
+    std::string line = "call";
+    for (const Array& input : inputs) line += " " + describe(input);
+    std::fprintf(stderr, "%s\n", line.c_str());
+  }
   CallResult result = embedded::call_inputs(inputs, nOutputs);
+  if (tracing) std::fprintf(stderr, "  -> %s\n", result.ok() ? "ok" : result.error_id().c_str());
   const bool worded = !inputs.empty() && inputs[0].class_id() == zvCHAR_CLASS;
   check(worded ? inputs[0].utf8() : std::string(), result);
   return result;
+}
+
+std::string describe(const Array& a) {
+  std::string text = a.class_name();
+  for (std::size_t i = 0; i < a.dims().size(); ++i) text += (i ? "x" : " ") + std::to_string(a.dims()[i]);
+  if (a.class_id() == zvCHAR_CLASS) {
+    const std::string utf8 = a.utf8();
+    return text + " '" + utf8.substr(0, 60) + (utf8.size() > 60 ? "...'" : "'");
+  }
+  if (a.class_id() == zvCELL_CLASS) {
+    text += " {";
+    for (std::size_t i = 0; i < std::min<std::size_t>(a.numel(), 3); ++i) text += (i ? ", " : "") + describe(a.cells()[i]);
+    return text + (a.numel() > 3 ? ", ...}" : "}");
+  }
+  if (a.element_size() == 0 || a.empty()) return text;
+  text += " [";
+  for (std::size_t i = 0; i < std::min<std::size_t>(a.numel(), 4); ++i) {
+    char number[32];
+    if (a.class_id() == zvUINT64_CLASS)
+      std::snprintf(number, sizeof number, "0x%llx", static_cast<unsigned long long>(a.at<std::uint64_t>(i)));
+    else
+      std::snprintf(number, sizeof number, "%.17g", a.number(i));
+    text += (i ? " " : "") + std::string(number);
+  }
+  return text + (a.numel() > 4 ? " ...]" : "]");
 }
 
 void Session::check(std::string_view word, const CallResult& result) {

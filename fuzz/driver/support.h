@@ -29,10 +29,14 @@ inline TIFF* handle_of(const Array& id) {
   return reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(id.at<std::uint64_t>(0)));
 }
 
+/// An operand in one line: class, extents and the first few values.
+std::string describe(const Array& a);
+
 /// Gateway calls with the checks that hold after any call, whatever the
 /// operands: an error is a kind of the catalogue, never a foreign
 /// exception; "open" yields a registered identifier. Every identifier
 /// opened is kept, and finish() closes them all and checks the registry.
+/// With TIFFGATE_FUZZ_TRACE set, every call and its outcome go to stderr.
 class Session {
  public:
   explicit Session(RunReport& report) : report_(report) {}
