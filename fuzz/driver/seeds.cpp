@@ -152,10 +152,13 @@ Encoder tour(std::uint8_t file) {
 }
 
 /// The tags of a stripped or tiled image on the scratch file.
-Encoder& layout(Encoder& e, std::uint8_t bits, std::uint8_t samples, std::uint8_t photometric, bool tiled) {
+Encoder& layout(Encoder& e, std::uint8_t bits, std::uint8_t samples, std::uint8_t photometric, bool tiled,
+                std::uint8_t compression = 1) {
   const std::uint8_t f = kWriteFile;
-  e.set(f, 256, 32).set(f, 257, 32).set(f, 258, bits).set(f, 277, samples).set(f, 262, photometric);
-  e.set(f, 284, 1).set(f, 259, 1);
+  // The setters check each tag against those set before it, the
+  // photometric interpretation first of all.
+  e.set(f, 262, photometric).set(f, 259, compression).set(f, 258, bits).set(f, 277, samples);
+  e.set(f, 284, 1).set(f, 256, 32).set(f, 257, 32);
   if (tiled) return e.set(f, 322, 16).set(f, 323, 16);
   return e.set(f, 278, 16);
 }
@@ -193,6 +196,19 @@ std::vector<std::pair<std::string, Encoder>> programs() {
   ycbcr.step("writeEncodedStrip", 5).id(kWriteFile).number(0).image(9, 16, 32, 0).image(9, 8, 16, 0).image(9, 8, 16, 0);
   ycbcr.step("writeDirectory", 1).id(kWriteFile);
   all.emplace_back("write-ycbcr", ycbcr);
+
+  Encoder jpeg;
+  layout(jpeg, 8, 3, 6, false, 7).step("setField", 3).id(kWriteFile).tag(65537).scalar(75);
+  jpeg.set(kWriteFile, 65538, 1);
+  jpeg.step("writeEncodedStrip", 3).id(kWriteFile).number(0).image(9, 16, 32, 3);
+  jpeg.step("writeDirectory", 1).id(kWriteFile);
+  all.emplace_back("write-jpeg", jpeg);
+
+  Encoder deflate;
+  layout(deflate, 16, 1, 1, true, 8).set(kWriteFile, 317, 2).set(kWriteFile, 65557, 9);
+  deflate.step("writeEncodedTile", 3).id(kWriteFile).number(0).image(11, 16, 16, 0);
+  deflate.step("writeDirectory", 1).id(kWriteFile);
+  all.emplace_back("write-deflate-predictor", deflate);
 
   Encoder tags;
   layout(tags, 8, 1, 3, false);
