@@ -1,0 +1,545 @@
+// The command driver: the input is a program (fuzz/driver/program.h) run
+// against a few corpus files opened for reading and a scratch file opened
+// for writing, so that every command, setter and write path meets operands
+// of every class and shape. Identifiers are those the input opened, 0, and
+// dead or forged ones for the commands that check the registry; the other
+// commands take an identifier as it is, by design, so they get no value
+// that is not an open file.
+
+#include "files/files.h"
+#include "fuzz/driver/drivers.h"
+#include "fuzz/driver/program.h"
+#include "fuzz/driver/reader.h"
+#include "fuzz/driver/support.h"
+#include "gateway/command_table.h"
+#include "tags/tag_names.h"
+
+#include <algorithm>  // std::max_element
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+
+namespace tiffgate::fuzz {
+
+namespace {
+
+using namespace program;
+
+constexpr std::size_t kMaxSteps = 128;
+/// Arrays of any class stay below this many elements, cells and structures
+/// below kMaxCells, nested at most kMaxNesting deep.
+constexpr std::size_t kMaxElements = std::size_t{1} << 16;
+constexpr std::size_t kMaxCells = 4;
+constexpr int kMaxNesting = 2;
+
+/// Corpus files opened for reading by every input: SubIFDs and three
+/// directories, subsampled YCbCr, JPEG YCbCr, 1-bit tiles, separate planes,
+/// a 2-bit palette, GeoTIFF keys, CMYK, LogLuv and 64-bit floats.
+constexpr const char* kReadFiles[] = {
+    "imagetiff-subsubifds.tif",        "libtiffnet-ycbcr42-contig-08.tif",        "pillow-child-ifd-jpeg.tiff",
+    "imagetiff-tiled-1b-16x16.tif",    "imagetiff-flower-rgb-planar-08.tif",      "imagetiff-flower-palette-02.tif",
+    "libgeotiff-epsg27563-allkeys.tif", "imagetiff-flower-separated-contig-08.tif", "libtiff-logluv-3c-16b.tiff",
+    "imagetiff-float64-gradient.tiff"};
+
+Array num(double v) { return Array::scalar(v); }
+
+bool is_live(std::uint64_t value) {
+  return open_file_registry().count(reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(value))) != 0;
+}
+
+template <class T>
+void store(Array& a, std::size_t i, T v) {
+  a.data_as<T>()[i] = v;
+}
+
+/// Element i of a numeric, logical or text array set from a small value.
+void set_small(Array& a, std::size_t i, std::uint8_t v) {
+  switch (a.class_id()) {
+    case zvLOGICAL_CLASS: store<zvLogical>(a, i, (v & 1) != 0); break;
+    case zvCHAR_CLASS: store<char16_t>(a, i, static_cast<char16_t>(0x20 + v % 95)); break;
+    case zvDOUBLE_CLASS: store<double>(a, i, v); break;
+    case zvSINGLE_CLASS: store<float>(a, i, v); break;
+    case zvINT8_CLASS: store<std::int8_t>(a, i, static_cast<std::int8_t>(v)); break;
+    case zvUINT8_CLASS: store<std::uint8_t>(a, i, v); break;
+    case zvINT16_CLASS: store<std::int16_t>(a, i, v); break;
+    case zvUINT16_CLASS: store<std::uint16_t>(a, i, v); break;
+    case zvINT32_CLASS: store<std::int32_t>(a, i, v); break;
+    case zvUINT32_CLASS: store<std::uint32_t>(a, i, v); break;
+    case zvINT64_CLASS: store<std::int64_t>(a, i, v); break;
+    case zvUINT64_CLASS: store<std::uint64_t>(a, i, v); break;
+    default: break;
+  }
+}
+
+/// An array of the given class and extents, capped at kMaxElements (cells
+/// and structures at kMaxCells) by setting the largest extent to 1.
+Array shaped(zvClassID cls, Array::Dims dims) {
+  const std::size_t cap = cls == zvCELL_CLASS || cls == zvSTRUCT_CLASS ? kMaxCells : kMaxElements;
+  const auto count = [&] {
+    std::size_t n = 1;
+    for (std::size_t d : dims) n = d == 0 ? 0 : (n > cap ? n : n * d);
+    return n;
+  };
+  while (count() > cap) *std::max_element(dims.begin(), dims.end()) = 1;
+  return Array(cls, std::move(dims));
+}
+
+class Program {
+ public:
+  Program(Reader& reader, Session& session, std::vector<std::string> readFiles)
+      : r_(reader), s_(session), readFiles_(std::move(readFiles)) {
+    for (const auto& entry : TagNameTable()) tags_.push_back(entry.first);
+  }
+
+  void run() {
+    for (std::size_t step = 0; step < kMaxSteps && !r_.empty(); ++step) {
+      s_.step();
+      const std::size_t w = r_.pick(kWordChoices);
+      const std::uint8_t countByte = r_.byte();
+      const int nOutputs = static_cast<int>(r_.pick(4));
+      if (w == kNoInputs) {
+        s_.call_inputs({}, nOutputs);
+        continue;
+      }
+      const std::string_view word = w == kNumericWord ? std::string_view() : kWords[w];
+      const auto [least, most] = limits(word);
+      const std::size_t count =
+          countByte < kAnyCount ? least + countByte % (most - least + 1) : countByte % 7;
+      std::vector<Array> inputs;
+      inputs.push_back(w == kNumericWord ? num(11) : Array::text(word));
+      target_ = nullptr;
+      readOnlyName_ = false;
+      for (std::size_t i = 0; i < count; ++i) inputs.push_back(operand(role_of(word, i)));
+      if (target_ != nullptr && !affordable(word)) {
+        s_.skip();
+        continue;
+      }
+      const CallResult result = s_.call_inputs(inputs, nOutputs);
+      remember_offsets(word, result);
+    }
+  }
+
+ private:
+  /// Operand limits of the command table; words that are no command get
+  /// up to three operands.
+  static std::pair<std::size_t, std::size_t> limits(std::string_view word) {
+    for (const CommandEntry& entry : command_table())
+      if (entry.name == word)
+        return {static_cast<std::size_t>(entry.minOperands), static_cast<std::size_t>(entry.maxOperands)};
+    return {0, 3};
+  }
+
+  /// Whether the buffers of a data command on the target file fit the
+  /// budget; other commands allocate nothing that grows with the file.
+  bool affordable(std::string_view word) {
+    static constexpr std::pair<std::string_view, Demand> kDemands[] = {
+        {"readEncodedStrip", Demand::Strip}, {"writeEncodedStrip", Demand::Strip},
+        {"readEncodedTile", Demand::Tile},   {"writeEncodedTile", Demand::Tile},
+        {"readRGBAImage", Demand::RgbaImage}, {"readRGBAStrip", Demand::RgbaStrip},
+        {"readRGBATile", Demand::RgbaTile}};
+    for (const auto& [name, demand] : kDemands)
+      if (name == word) return budget_.take(demand_bytes(target_, demand));
+    return true;
+  }
+
+  /// SubIFD offsets that "getField" returned, for "setSubDirectory" to try.
+  void remember_offsets(std::string_view word, const CallResult& result) {
+    if (word != "getField" || !result.ok() || result.outputs.empty() || !result.outputs[0]) return;
+    const Array& out = *result.outputs[0];
+    if (out.class_id() != zvUINT64_CLASS) return;
+    for (std::size_t i = 0; i < out.numel() && offsets_.size() < 16; ++i)
+      offsets_.push_back(out.at<std::uint64_t>(i));
+  }
+
+  Array operand(Role role) {
+    switch (role) {
+      case Role::Id: return identifier(false);
+      case Role::RegisteredId: return identifier(true);
+      case Role::Name: return name();
+      case Role::Mode: return mode();
+      case Role::Tag: return tag();
+      case Role::Value: return value();
+      case Role::Number: return number();
+      case Role::Offset: return number();
+      case Role::Position: return position();
+      case Role::Image: return image();
+      case Role::Any: break;
+    }
+    return any(0);
+  }
+
+  Array identifier(bool registered) {
+    const std::uint8_t b = r_.byte();
+    if (b >= kHostile) {
+      Array a = any(0);
+      // The first element of a numeric array is what the identifier is
+      // read from: zero it, or it would name an arbitrary address.
+      if (!registered && a.numel() > 0 && a.element_size() > 0 && a.class_id() != zvCHAR_CLASS)
+        std::memset(a.data(), 0, a.element_size());
+      return a;
+    }
+    auto form = static_cast<IdForm>(b % static_cast<std::uint8_t>(IdForm::kCount));
+    if (!registered && form >= IdForm::Forged) form = IdForm::Zero;
+    std::uint64_t value = 0;
+    const bool fromPool = form <= IdForm::PoolPair || form == IdForm::PoolAsUint32 || form == IdForm::PoolAsSingle;
+    if (fromPool) {
+      std::vector<std::uint64_t> pool;
+      for (const Array& id : s_.opened())
+        if (registered || is_live(id.at<std::uint64_t>(0))) pool.push_back(id.at<std::uint64_t>(0));
+      // The choice is read even when there is nothing to choose from, so
+      // that the bytes after it mean the same either way.
+      const std::uint8_t choice = r_.byte();
+      if (pool.empty()) {
+        form = IdForm::Zero;
+      } else {
+        value = pool[choice % pool.size()];
+        if (is_live(value)) target_ = reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(value));
+      }
+    }
+    switch (form) {
+      case IdForm::Pool: return Array::uint64(value);
+      case IdForm::PoolAsDouble: return num(static_cast<double>(value));
+      case IdForm::PoolAsInt64: return Array::of(zvINT64_CLASS, {1, 1}, std::vector<std::int64_t>{static_cast<std::int64_t>(value)});
+      case IdForm::PoolPair: return Array::of(zvUINT64_CLASS, {1, 2}, std::vector<std::uint64_t>{value, 0});
+      case IdForm::Zero: break;
+      case IdForm::ZeroDouble: return num(0);
+      case IdForm::Empty: return Array(zvUINT64_CLASS, {0, 0});
+      case IdForm::Text: return Array::text("id");
+      case IdForm::Negative: return num(-1);
+      case IdForm::Huge: return num(1e30);
+      case IdForm::NaN: return num(std::numeric_limits<double>::quiet_NaN());
+      case IdForm::Forged: return Array::uint64(r_.u64());
+      case IdForm::PoolAsUint32: return Array::of(zvUINT32_CLASS, {1, 1}, std::vector<std::uint32_t>{static_cast<std::uint32_t>(value)});
+      case IdForm::PoolAsSingle: return Array::of(zvSINGLE_CLASS, {1, 1}, std::vector<float>{static_cast<float>(value)});
+      case IdForm::kCount: break;
+    }
+    return Array::uint64(0);
+  }
+
+  Array name() {
+    const std::uint8_t b = r_.byte();
+    const std::string& dir = scratch_dir();
+    if (b >= kHostile) return confined(any(0));
+    switch (static_cast<NameForm>(b % static_cast<std::uint8_t>(NameForm::kCount))) {
+      case NameForm::ReadFile: {
+        const std::uint8_t choice = r_.byte();
+        if (readFiles_.empty()) break;
+        readOnlyName_ = true;
+        return Array::text(readFiles_[choice % readFiles_.size()]);
+      }
+      case NameForm::WriteFile: return Array::text(dir + "/out.tif");
+      case NameForm::OtherScratch: return Array::text(dir + "/other.tif");
+      case NameForm::Missing: break;
+      case NameForm::Directory: return Array::text(dir);
+      case NameForm::Empty: return Array::text("");
+      case NameForm::WithNul: return Array::text(dir + std::string("/other.tif\0x", 12));
+      case NameForm::NonAscii: return Array::text(dir + "/\xC3\xA9t\xC3\xA9.tif");
+      case NameForm::LoneSurrogate: {
+        std::u16string name(dir.begin(), dir.end());
+        return Array::text(name + u"/\xD800.tif");
+      }
+      case NameForm::Long: return Array::text(dir + "/" + std::string(5000, 'a'));
+      case NameForm::Numeric: return num(1);
+      case NameForm::kCount: break;
+    }
+    return Array::text(dir + "/missing/none.tif");
+  }
+
+  /// A text of any content as a name inside the scratch directory: a
+  /// random name must not create or truncate files elsewhere.
+  static Array confined(Array a) {
+    if (a.class_id() != zvCHAR_CLASS) return a;
+    std::u16string units = a.utf16();
+    std::replace(units.begin(), units.end(), u'/', u'_');
+    const std::string& dir = scratch_dir();
+    return Array::text(std::u16string(dir.begin(), dir.end()) + u"/" + units);
+  }
+
+  Array mode() {
+    const std::uint8_t b = r_.byte();
+    Array m;
+    if (b >= kHostile) {
+      m = any(0);
+    } else {
+      switch (static_cast<ModeForm>(b % static_cast<std::uint8_t>(ModeForm::kCount))) {
+        case ModeForm::Fixed: m = Array::text(kModes[r_.pick(std::size(kModes))]); break;
+        case ModeForm::Random: m = random_text(); break;
+        default: m = num(r_.byte()); break;
+      }
+    }
+    // Corpus files are only ever read: libtiff decides on the first
+    // character, and on a '+' right after it.
+    if (readOnlyName_ && m.class_id() == zvCHAR_CLASS) {
+      if (m.empty()) return Array::text("r");
+      char16_t* units = m.data_as<char16_t>();
+      units[0] = u'r';
+      if (m.numel() > 1 && units[1] == u'+') units[1] = u'm';
+    }
+    return m;
+  }
+
+  Array tag() {
+    const std::uint8_t b = r_.byte();
+    if (b >= kHostile) return any(0);
+    const auto tableTag = [&] { return static_cast<double>(tags_[r_.pick(tags_.size())]); };
+    switch (static_cast<TagForm>(b % static_cast<std::uint8_t>(TagForm::kCount))) {
+      case TagForm::Table: return num(tableTag());
+      case TagForm::Number: return num(r_.u32());
+      case TagForm::Unknown: return num(kUnknownTags[r_.pick(std::size(kUnknownTags))]);
+      case TagForm::Special: return num(special());
+      case TagForm::AsUint16:
+        return Array::of(zvUINT16_CLASS, {1, 1}, std::vector<std::uint16_t>{static_cast<std::uint16_t>(static_cast<std::uint32_t>(tableTag()))});
+      case TagForm::Row: return Array::row({tableTag(), 0});
+      default: return Array();
+    }
+  }
+
+  Array number() {
+    const std::uint8_t b = r_.byte();
+    if (b >= kHostile) return any(0);
+    const auto offset = [&] {
+      const std::uint8_t choice = r_.byte();
+      return offsets_.empty() ? std::uint64_t{8} : offsets_[choice % offsets_.size()];
+    };
+    switch (static_cast<NumberForm>(b % static_cast<std::uint8_t>(NumberForm::kCount))) {
+      case NumberForm::Small: return num(r_.byte());
+      case NumberForm::Special: return num(special());
+      case NumberForm::SmallAsClass: {
+        Array a(static_cast<zvClassID>(kNumericClasses[r_.pick(std::size(kNumericClasses))]), {1, 1});
+        set_small(a, 0, r_.byte());
+        return a;
+      }
+      case NumberForm::Empty: return Array();
+      case NumberForm::Fraction: return num(r_.byte() / 10.0);
+      case NumberForm::Big: return num(r_.u32());
+      case NumberForm::KnownOffset: return Array::uint64(offset());
+      default: return num(static_cast<double>(offset()));
+    }
+  }
+
+  Array position() {
+    const std::uint8_t b = r_.byte();
+    if (b >= kHostile) return any(0);
+    switch (static_cast<PositionForm>(b % static_cast<std::uint8_t>(PositionForm::kCount))) {
+      case PositionForm::Pair: {
+        const double row = r_.byte();
+        return Array::row({row, static_cast<double>(r_.byte())});
+      }
+      case PositionForm::PairSpecial: {
+        const double row = special();
+        return Array::row({row, special()});
+      }
+      case PositionForm::Single: return Array::row({static_cast<double>(r_.byte())});
+      case PositionForm::Triple: {
+        Array a(zvDOUBLE_CLASS, {1, 3});
+        for (std::size_t i = 0; i < 3; ++i) set_small(a, i, r_.byte());
+        return a;
+      }
+      case PositionForm::Empty: return Array(zvDOUBLE_CLASS, {1, 0});
+      default: {
+        Array a(static_cast<zvClassID>(kNumericClasses[r_.pick(std::size(kNumericClasses))]), {1, 2});
+        for (std::size_t i = 0; i < 2; ++i) set_small(a, i, r_.byte());
+        return a;
+      }
+    }
+  }
+
+  Array value() {
+    const std::uint8_t b = r_.byte();
+    if (b >= kHostile) return any(0);
+    switch (static_cast<ValueForm>(b % static_cast<std::uint8_t>(ValueForm::kCount))) {
+      case ValueForm::Small: return num(r_.byte());
+      case ValueForm::Special: return num(special());
+      case ValueForm::Row: return row_of(zvDOUBLE_CLASS);
+      case ValueForm::SpecialRow: {
+        Array a(zvDOUBLE_CLASS, {1, r_.pick(9)});
+        for (std::size_t i = 0; i < a.numel(); ++i) store<double>(a, i, special());
+        return a;
+      }
+      case ValueForm::Matrix: {
+        const std::size_t rows = r_.pick(5);
+        Array a(zvDOUBLE_CLASS, {rows, kMatrixColumns[r_.pick(std::size(kMatrixColumns))]});
+        fill(a);
+        return a;
+      }
+      case ValueForm::Text: return text();
+      case ValueForm::Blob: {
+        Array a(zvUINT8_CLASS, {1, r_.pick(65)});
+        for (std::size_t i = 0; i < a.numel(); ++i) store<std::uint8_t>(a, i, r_.byte());
+        return a;
+      }
+      case ValueForm::TextCell: {
+        std::vector<Array> names(r_.pick(5));
+        for (Array& n : names) n = text();
+        return Array::cell(std::move(names));
+      }
+      case ValueForm::Uint16Row: return row_of(zvUINT16_CLASS);
+      case ValueForm::Single: return Array::of(zvSINGLE_CLASS, {1, 1}, std::vector<float>{static_cast<float>(r_.byte())});
+      case ValueForm::Logical: return Array::logical(r_.byte() & 1);
+      case ValueForm::Empty: return Array();
+      case ValueForm::Big: return num(r_.u32());
+      case ValueForm::Table: {
+        const std::uint8_t shape = r_.byte();
+        Array a(zvDOUBLE_CLASS, {kTableRows[r_.pick(std::size(kTableRows))], (shape & 1) ? 3u : 1u});
+        // Colour maps are fractions of 1, transfer functions 16-bit counts.
+        for (std::size_t i = 0; i < a.numel(); ++i) {
+          const double v = static_cast<double>((i * 2654435761u) % 65536);
+          store<double>(a, i, (shape & 2) ? v / 65535.0 : v);
+        }
+        return a;
+      }
+      case ValueForm::kCount: break;
+    }
+    return Array();
+  }
+
+  Array row_of(zvClassID cls) {
+    Array a(cls, {1, r_.pick(9)});
+    for (std::size_t i = 0; i < a.numel(); ++i) set_small(a, i, r_.byte());
+    return a;
+  }
+
+  Array image() {
+    const auto cls = static_cast<zvClassID>(kImageClasses[r_.pick(std::size(kImageClasses))]);
+    const std::size_t rows = kImageDims[r_.pick(std::size(kImageDims))];
+    const std::size_t columns = kImageDims[r_.pick(std::size(kImageDims))];
+    const std::size_t samples = kImageSamples[r_.pick(std::size(kImageSamples))];
+    if (cls == zvCELL_CLASS) return any(kMaxNesting - 1);
+    Array a(cls, samples ? Array::Dims{rows, columns, samples} : Array::Dims{rows, columns});
+    fill(a);
+    return a;
+  }
+
+  /// An array of any class and shape, cells and structures included.
+  Array any(int depth) {
+    static constexpr std::uint8_t kClasses[] = {1, 2, 3, 4, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+    const auto cls = static_cast<zvClassID>(kClasses[r_.pick(std::size(kClasses))]);
+    Array::Dims dims(2 + r_.pick(3));
+    for (std::size_t& d : dims) d = kAnyDims[r_.pick(std::size(kAnyDims))];
+    if ((cls == zvCELL_CLASS || cls == zvSTRUCT_CLASS) && depth >= kMaxNesting) return Array();
+    Array a = shaped(cls, std::move(dims));
+    if (cls == zvSTRUCT_CLASS) {
+      static const std::vector<std::string> kFields = {"f0", "f1"};
+      a.set_field_names(std::vector<std::string>(kFields.begin(), kFields.begin() + static_cast<long>(r_.pick(3))));
+    }
+    if (cls == zvCELL_CLASS || cls == zvSTRUCT_CLASS) {
+      for (Array& element : a.cells()) element = any(depth + 1);
+    } else {
+      fill(a);
+    }
+    return a;
+  }
+
+  /// Fills a numeric, logical or text array in the way the next byte says.
+  void fill(Array& a) {
+    const auto how = static_cast<Fill>(r_.pick(static_cast<std::size_t>(Fill::kCount)));
+    const std::size_t n = a.numel();
+    if (n == 0 || a.element_size() == 0) return;
+    switch (how) {
+      case Fill::Zeros: break;
+      case Fill::Pattern:
+        for (std::size_t i = 0; i < n; ++i) set_small(a, i, static_cast<std::uint8_t>(i * 37 + 11));
+        break;
+      case Fill::Bytes: {
+        // A few bytes of the input, repeated over the array bit for bit.
+        std::uint8_t bytes[16];
+        const std::size_t k = 1 + r_.pick(16);
+        for (std::size_t i = 0; i < k; ++i) bytes[i] = r_.byte();
+        auto* data = static_cast<std::uint8_t*>(a.data());
+        for (std::size_t i = 0; i < a.byte_size(); ++i) data[i] = bytes[i % k];
+        // A logical holds 0 or 1 and nothing else.
+        if (a.class_id() == zvLOGICAL_CLASS)
+          for (std::size_t i = 0; i < n; ++i) store<zvLogical>(a, i, (data[i] & 1) != 0);
+        break;
+      }
+      case Fill::Specials: fill_specials(a); break;
+      case Fill::kCount: break;
+    }
+  }
+
+  /// Values at the edges of each class: NaN, infinities and extremes for
+  /// floating point, the least and greatest integers, surrogates in text.
+  static void fill_specials(Array& a) {
+    static constexpr float kFloats[] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
+                                        -std::numeric_limits<float>::infinity(), std::numeric_limits<float>::max(),
+                                        -0.0f, std::numeric_limits<float>::denorm_min()};
+    static constexpr zvLogical kLogicals[] = {true, false};
+    static constexpr char16_t kUnits[] = {0xD800, 0xDFFF, 0xFFFF, 0, u'+'};
+    static constexpr std::uint8_t kBytes[] = {0xFF, 0x80, 0x7F, 0x00, 0x01};
+    switch (a.class_id()) {
+      case zvDOUBLE_CLASS: cycle(a, kSpecials); break;
+      case zvSINGLE_CLASS: cycle(a, kFloats); break;
+      case zvLOGICAL_CLASS: cycle(a, kLogicals); break;
+      case zvCHAR_CLASS: cycle(a, kUnits); break;
+      default:
+        // Every byte of an integer alike: 0xFF.. is -1 or the greatest
+        // unsigned value, 0x80.. the least signed one, and so on.
+        for (std::size_t i = 0; i < a.numel(); ++i)
+          std::memset(static_cast<std::uint8_t*>(a.data()) + i * a.element_size(), kBytes[i % std::size(kBytes)],
+                      a.element_size());
+    }
+  }
+
+  template <class T, std::size_t N>
+  static void cycle(Array& a, const T (&values)[N]) {
+    T* data = a.data_as<T>();
+    for (std::size_t i = 0; i < a.numel(); ++i) data[i] = values[i % N];
+  }
+
+  double special() { return kSpecials[r_.pick(std::size(kSpecials))]; }
+
+  Array text() {
+    const std::size_t c = r_.pick(kTextChoices);
+    if (c < std::size(kTexts)) return Array::text(kTexts[c]);
+    if (c == std::size(kTexts)) return Array::text(std::string(1000, 'x'));
+    return random_text();
+  }
+
+  /// Up to 23 UTF-16 units of any value, lone surrogates included.
+  Array random_text() {
+    std::u16string units(r_.pick(24), u'\0');
+    for (char16_t& u : units) u = static_cast<char16_t>(r_.byte() | (r_.byte() << 8));
+    return Array::text(units);
+  }
+
+  Reader& r_;
+  Session& s_;
+  const std::vector<std::string> readFiles_;
+  std::vector<std::uint32_t> tags_;
+  std::vector<std::uint64_t> offsets_;
+  Budget budget_;
+  TIFF* target_ = nullptr;     ///< the open file the step's identifier names
+  bool readOnlyName_ = false;  ///< the step opens a corpus file
+};
+
+/// The corpus files that exist; without the corpus the program runs
+/// against the scratch file alone.
+std::vector<std::string> read_files() {
+  std::vector<std::string> found;
+  for (const char* name : kReadFiles) {
+    const std::string path = corpus_dir() + "/" + name;
+    if (std::ifstream(path).good()) found.push_back(path);
+  }
+  return found;
+}
+
+}  // namespace
+
+RunReport run_command_input(const std::uint8_t* data, std::size_t size) {
+  static const std::vector<std::string> readFiles = read_files();
+  RunReport report;
+  Session session(report);
+  // Every input starts from an empty scratch directory, so that it runs
+  // the same whatever ran before it.
+  for (const auto& entry : std::filesystem::directory_iterator(scratch_dir()))
+    std::filesystem::remove_all(entry.path());
+  for (const std::string& path : readFiles) session.call("open", {Array::text(path), Array::text("r")});
+  session.call("open", {Array::text(scratch_dir() + "/out.tif"), Array::text("w")});
+  Reader reader(data, size);
+  Program(reader, session, readFiles).run();
+  session.finish();
+  return report;
+}
+
+}  // namespace tiffgate::fuzz
