@@ -75,7 +75,10 @@ TG_HANDLER(handle_read_rgba_tile) {
   const std::uint32_t row = indexToUInt32(operands[2]);
   const std::uint32_t x0 = layout.tileWidth == 0 ? 0 : column / layout.tileWidth * layout.tileWidth;
   const std::uint32_t y0 = layout.tileLength == 0 ? 0 : row / layout.tileLength * layout.tileLength;
-  if (!raster_fits(layout.tileWidth, layout.tileLength)) raise(Tiff::tileReadErrorRGBA(Int{y0} + 1, Int{x0} + 1));
+  // A directory being written can be tiled with one tile dimension still
+  // unset; libtiff's RGBA tile reader divides by it.
+  if (layout.tileWidth == 0 || layout.tileLength == 0 || !raster_fits(layout.tileWidth, layout.tileLength))
+    raise(Tiff::tileReadErrorRGBA(Int{y0} + 1, Int{x0} + 1));
   zvArray* raster = create_raster(layout.tileWidth, layout.tileLength);
   // As for strips: an origin outside the image is refused before libtiff
   // could take a wrapped-around extent.

@@ -118,6 +118,14 @@ TEST(read_rgba, error_kinds_and_their_arguments) {
   EXPECT_EQ(outcome(call("readRGBATile", {tiles, num(0), num(4294967296.0)})), "argumentOutOfBounds()");
   EXPECT_EQ(outcome(call("readRGBAImage", {Array::uint64(0)})), "badFileId()");
   for (const Array* id : {&strips, &tiles, &fstrips, &ftiles}) call("close", {*id});
+
+  // A directory being written with TileLength set but no TileWidth made
+  // libtiff's RGBA tile reader divide by zero.
+  const Array fresh = open_file(dir.path("fresh.tif"), "w");
+  for (auto [tag, value] : {std::pair{256, 32}, {257, 32}, {262, 1}, {323, 16}})
+    ASSERT_TRUE(call("setField", {fresh, num(tag), num(value)}).ok());
+  EXPECT_EQ(outcome(call("readRGBATile", {fresh, num(0), num(0)})), "tileReadErrorRGBA(1, 1)");
+  call("close", {fresh});
 }
 
 TEST(read_rgba, rasters_larger_than_memory_are_refused_before_allocating) {
