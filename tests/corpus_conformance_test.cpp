@@ -435,7 +435,7 @@ class FileCheck {
       }
       EXPECT_EQ(difference, "") << "chunk " << i;
       if (!difference.empty()) return;
-      image.add(chunk_place(ref_, i), r);
+      if (!refs.sha256.empty()) image.add(chunk_place(ref_, i), r);
     }
     if (result != "ok") note(key, "read", result);
 
