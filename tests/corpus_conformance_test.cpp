@@ -38,9 +38,10 @@ using embedded::CallResult;
 /// What the module does with a corpus directory other than reading it
 /// plainly, and why. Directory keys: "1" is main directory 1, "0.1" SubIFD 1
 /// of main directory 0; "*" stands for any. Subjects: "read" (every strip or
-/// tile), "metadata", "tag N", "strips" (the strip arrays). Outcomes: an error as "kind(arguments)", "warnings" for reads
-/// that succeed with libtiff's errors passed on as warnings, and "differs:
-/// ..." for a value unlike the file's.
+/// tile), "metadata", "tag N", "strips" (the strip arrays). Outcomes: an
+/// error as "kind(arguments)", "warnings" for reads that succeed with
+/// libtiff's errors passed on as warnings, and "differs: ..." for a value
+/// unlike the file's.
 struct Explained {
   const char* file;
   const char* directory;
