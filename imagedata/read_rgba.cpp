@@ -16,10 +16,14 @@ namespace {
 
 using detail::Int;
 
-/// Whether a raster of width x length fits in memory (see memory_limit.h);
-/// a raster that does not is refused with the command's read error.
-bool raster_fits(std::uint32_t width, std::uint32_t length) {
-  return saturating_product({4, width, length}) <= memory_limit();
+/// Whether a raster of width x length fits in memory (see memory_limit.h)
+/// together with the buffer of one strip or tile that libtiff's RGBA reader
+/// allocates for itself; what does not is refused with the command's read
+/// error before libtiff is asked.
+bool raster_fits(TIFF* tif, std::uint32_t width, std::uint32_t length) {
+  const tmsize_t chunk = TIFFIsTiled(tif) ? TIFFTileSize(tif) : TIFFStripSize(tif);
+  const std::uint64_t raster = saturating_product({4, width, length}), limit = memory_limit();
+  return raster <= limit && static_cast<std::uint64_t>(std::max<tmsize_t>(chunk, 0)) <= limit - raster;
 }
 
 /// A uint8 array of 4 x width x length: column-major, its memory is exactly
@@ -36,7 +40,7 @@ std::uint32_t* raster_words(zvArray* raster) { return static_cast<std::uint32_t*
 TG_HANDLER(handle_read_rgba_image) {
   TIFF* tif = basic_file_id(operands[0]);
   const ImageLayout layout = readImageLayout(tif);
-  if (!raster_fits(layout.imageWidth, layout.imageLength)) raise(Tiff::imageReadErrorRGBA());
+  if (!raster_fits(tif, layout.imageWidth, layout.imageLength)) raise(Tiff::imageReadErrorRGBA());
   zvArray* raster = create_raster(layout.imageWidth, layout.imageLength);
   if (!TIFFReadRGBAImage(tif, layout.imageWidth, layout.imageLength, raster_words(raster), 0))
     raise(Tiff::imageReadErrorRGBA());
@@ -51,7 +55,7 @@ TG_HANDLER(handle_read_rgba_strip) {
   const std::uint32_t row = indexToUInt32(operands[1]);
   const std::uint32_t perStrip = layout.rowsPerStrip;  // already at most the image length
   const std::uint32_t first = perStrip == 0 ? 0 : row / perStrip * perStrip;
-  if (!raster_fits(layout.imageWidth, perStrip)) raise(Tiff::stripReadErrorRGBA(Int{first} + 1));
+  if (!raster_fits(tif, layout.imageWidth, perStrip)) raise(Tiff::stripReadErrorRGBA(Int{first} + 1));
   zvArray* raster = create_raster(layout.imageWidth, perStrip);
   // libtiff reads ImageLength - first rows; a first row outside the image is
   // refused here, as libtiff refuses it, so that no libtiff version can take
@@ -77,7 +81,7 @@ TG_HANDLER(handle_read_rgba_tile) {
   const std::uint32_t y0 = layout.tileLength == 0 ? 0 : row / layout.tileLength * layout.tileLength;
   // A directory being written can be tiled with one tile dimension still
   // unset; libtiff's RGBA tile reader divides by it.
-  if (layout.tileWidth == 0 || layout.tileLength == 0 || !raster_fits(layout.tileWidth, layout.tileLength))
+  if (layout.tileWidth == 0 || layout.tileLength == 0 || !raster_fits(tif, layout.tileWidth, layout.tileLength))
     raise(Tiff::tileReadErrorRGBA(Int{y0} + 1, Int{x0} + 1));
   zvArray* raster = create_raster(layout.tileWidth, layout.tileLength);
   // As for strips: an origin outside the image is refused before libtiff

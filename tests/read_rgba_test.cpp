@@ -129,7 +129,7 @@ TEST(read_rgba, error_kinds_and_their_arguments) {
 }
 
 TEST(read_rgba, rasters_larger_than_memory_are_refused_before_allocating) {
-  // A raster of 4 x 10^12 bytes was allocated: out of memory, and an abort
+  // Rasters of 4 x 10^12 bytes were allocated: out of memory, and an abort
   // in the sanitizer build.
   ScratchDir dir;
   const std::uint32_t huge = 1000000;  // rasters of 4 x 10^12 bytes
@@ -146,6 +146,17 @@ TEST(read_rgba, rasters_larger_than_memory_are_refused_before_allocating) {
   EXPECT_EQ(outcome(call("readRGBATile", {t, num(5), num(7)})), "tileReadErrorRGBA(1, 1)");
   call("close", {s});
   call("close", {t});
+
+  // A raster of 4 MB over a strip of 65 GB (65535 samples a pixel, as in a
+  // malformed corpus file): libtiff's RGBA reader allocated the strip.
+  std::vector<RawEntry> wide = {{256, 4, 1000}, {257, 4, 1000}, {258, 3, 8}, {259, 3, COMPRESSION_ADOBE_DEFLATE},
+                                {262, 3, PHOTOMETRIC_MINISBLACK}, {273, 4, 8}, {277, 3, 65535}, {278, 4, 1000},
+                                {279, 4, 16}};
+  write_raw_tiff(dir.path("wide.tif"), wide);
+  const Array w = open_file(dir.path("wide.tif"));
+  EXPECT_EQ(outcome(call("readRGBAImage", {w})), "imageReadErrorRGBA()");
+  EXPECT_EQ(outcome(call("readRGBAStrip", {w, num(0)})), "stripReadErrorRGBA(1)");
+  call("close", {w});
 }
 
 }  // namespace

@@ -11,11 +11,16 @@ namespace {
 
 std::uint32_t ceil_div(std::uint32_t a, std::uint32_t b) { return (a + b - 1) / b; }
 
-/// The low `size` bytes of value, in the host's (little-endian) order.
-void append(std::vector<unsigned char>& out, std::uint64_t value, std::size_t size) {
-  unsigned char bytes[8];
-  std::memcpy(bytes, &value, 8);
-  out.insert(out.end(), bytes, bytes + size);
+/// Fills bytes with count elements of `size` bytes each, in the host's
+/// (little-endian) order, taken from next() one after another.
+template <class Next>
+void fill(std::vector<unsigned char>& bytes, std::size_t count, std::size_t size, Next next) {
+  bytes.resize(count * size);
+  unsigned char* out = bytes.data();
+  for (std::size_t i = 0; i < count; ++i, out += size) {
+    const std::uint64_t value = next();
+    std::memcpy(out, &value, size);
+  }
 }
 
 struct Tags {
@@ -48,17 +53,26 @@ std::vector<Expected> arrange(const Tags& t, const ChunkPlace& p, Value value) {
     for (unsigned plane = 0; plane < 3; ++plane) {
       const std::uint32_t m = plane ? ceil_div(p.rows, t.v) : p.rows, n = plane ? ceil_div(p.columns, t.h) : p.columns;
       Expected e{{m, n}, {}};
-      for (std::uint32_t c = 0; c < n; ++c)
-        for (std::uint32_t r = 0; r < m; ++r) append(e.bytes, value(plane, r, c), es);
+      std::uint32_t r = 0, c = 0;  // column-major: rows run fastest
+      fill(e.bytes, std::size_t{m} * n, es, [&] {
+        const std::uint64_t v = value(plane, r, c);
+        if (++r == m) r = 0, ++c;
+        return v;
+      });
       out.push_back(e);
     }
     return out;
   }
   Expected e{{p.rows, p.columns}, {}};
   if (t.planar == PLANARCONFIG_CONTIG && t.samples > 1) e.dims.push_back(t.samples);
-  for (unsigned k = 0; k < t.spc(); ++k)
-    for (std::uint32_t c = 0; c < p.columns; ++c)
-      for (std::uint32_t r = 0; r < p.rows; ++r) append(e.bytes, value(k, r, c), es);
+  std::uint32_t r = 0, c = 0;
+  unsigned k = 0;
+  fill(e.bytes, std::size_t{p.rows} * p.columns * t.spc(), es, [&] {
+    const std::uint64_t v = value(k, r, c);
+    if (++r == p.rows) r = 0, ++c;
+    if (c == p.columns) c = 0, ++k;
+    return v;
+  });
   return {e};
 }
 
