@@ -2,6 +2,7 @@
 // directly; every refusal names its kind and leaves the directory as it was.
 
 #include "support/tiff_files.h"
+#include "support/write_files.h"
 
 #include <gtest/gtest.h>
 #include <tiffio.h>
@@ -12,6 +13,7 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <optional>
 
 namespace tiffgate::testing {
 namespace {
@@ -76,6 +78,13 @@ Array filled(std::size_t rows, std::size_t columns, double value) {
 }
 Array cells(std::vector<Array> v) { return Array::cell(std::move(v)); }
 
+/// getField of a scalar tag through the module, on the handle f holds.
+double read_back(const GatewayFile& f, double tag) {
+  const embedded::CallResult r = call("getField", {f.id, num(tag)});
+  EXPECT_EQ(outcome(r), "ok") << "tag " << tag;
+  return r.ok() ? r.out().number() : -1;
+}
+
 template <class T>
 T get(TIFF* tif, std::uint32_t tag) {
   T value{};
@@ -109,11 +118,13 @@ std::map<std::uint32_t, std::string> dumped(const std::string& path) {
 struct Written {
   double tag;
   Array value;
-  const char* dumped;  ///< how tiffdump shows the tag (a prefix of long values)
+  const char* dumped;         ///< how tiffdump shows the tag (a prefix of long values)
+  std::optional<Array> back = std::nullopt;  ///< what getField gives where that differs from value
 };
 
 /// Sets the rows' tags in order on f, writes the file and compares each tag
-/// as tiffdump shows it.
+/// as tiffdump shows it, and as getField reads it from the file reopened.
+/// Rationals and floats come back as the nearest value libtiff stores.
 void round_trip(GatewayFile& f, const std::vector<Written>& rows) {
   for (const auto& row : rows) ASSERT_EQ(f.set(row.tag, row.value), "ok") << "setting " << row.tag;
   f.close();
@@ -123,36 +134,47 @@ void round_trip(GatewayFile& f, const std::vector<Written>& rows) {
     ASSERT_NE(found, values.end()) << "tag " << row.tag << " not written";
     EXPECT_EQ(found->second.substr(0, std::strlen(row.dumped)), row.dumped) << "tag " << row.tag;
   }
+  GatewayFile reopened(f.path, "r");
+  for (const auto& row : rows) {
+    const embedded::CallResult r = call("getField", {reopened.id, num(row.tag)});
+    ASSERT_EQ(outcome(r), "ok") << "tag " << row.tag;
+    const Comparison c = compare(r.out(), row.back ? *row.back : row.value);
+    EXPECT_EQ(c.mismatch, "") << "tag " << row.tag;
+    EXPECT_LE(c.largest, 1e-6) << "tag " << row.tag;
+  }
 }
 
 }  // namespace
 
 // Every tag of the plain shapes, and the RGB colour tags.
 TEST(SetField, RoundTripsThroughTheFile) {
-  std::vector<double> curve(3 * 256);
-  for (std::size_t i = 0; i < curve.size(); ++i) curve[i] = static_cast<double>(i * 85 % 65536) + 0.9;
+  std::vector<double> curve(3 * 256), table(3 * 256);  // the curve as set, and as truncated to uint16
+  for (std::size_t i = 0; i < curve.size(); ++i) {
+    table[i] = static_cast<double>(i * 85 % 65536);
+    curve[i] = table[i] + 0.9;
+  }
   GatewayFile f;
   round_trip(f, {
       {262, num(2), "1<2>"}, {258, num(8), "3<8 8 8>"}, {277, num(3), "1<3>"}, {254, num(2), "1<2>"},
       {256, num(20), "1<20>"}, {257, num(10), "1<10>"}, {259, num(5), "1<5>"}, {266, num(1), "1<1>"},
       {269, str("doc"), "4<doc\\0>"}, {270, str("text"), "5<text\\0>"}, {271, str("maker"), "6<maker\\0>"},
-      {272, str("model"), "6<model\\0>"}, {274, num(4), "1<4>"}, {278, num(5.7), "1<5>"},
+      {272, str("model"), "6<model\\0>"}, {274, num(4), "1<4>"}, {278, num(5.7), "1<5>", num(5)},
       {280, num(1), "3<1 1 1>"}, {281, num(254), "3<254 254 254>"}, {282, num(72.5), "1<72.5>"},
       {283, Array::row({300}), "1<300>"}, {284, num(1), "1<1>"}, {285, str("page"), "5<page\\0>"},
       {286, num(1.5), "1<1.5>"}, {287, num(0.25), "1<0.25>"}, {296, num(3), "1<3>"},
-      {297, Array::row({2, 9}), "2<2 9>"}, {301, Array::of(zvDOUBLE_CLASS, {256, 3}, curve), "768<0 85 170 255 "},
-      {305, str("tiffgate"), "9<tiffgate\\0>"}, {306, str("2024:05:06 07:08"), "20<2024:05:06 07:08   \\0>"},
+      {297, Array::row({2, 9}), "2<2 9>"}, {301, Array::of(zvDOUBLE_CLASS, {256, 3}, curve), "768<0 85 170 255 ", Array::of(zvDOUBLE_CLASS, {256, 3}, table)},
+      {305, str("tiffgate"), "9<tiffgate\\0>"}, {306, str("2024:05:06 07:08"), "20<2024:05:06 07:08   \\0>", str("2024:05:06 07:08   ")},
       {315, str("artist"), "7<artist\\0>"}, {316, str("host"), "5<host\\0>"}, {317, num(2), "1<2>"},
       {318, Array::row({0.3127, 0.329}), "2<0.3127 0.329>"},
       {319, Array::row({0.64, 0.33, 0.3, 0.6, 0.15, 0.06}), "6<0.64 0.33 0.3 0.6 0.15 0.06>"},
-      {321, Array::row({16, 240}), "2<16 240>"}, {339, num(1), "3<1 1 1>"}, {340, num(3.9), "3<0x3 0x3 0x3>"},
+      {321, Array::row({16, 240}), "2<16 240>"}, {339, num(1), "3<1 1 1>"}, {340, num(3.9), "3<0x3 0x3 0x3>", num(3)},
       {341, num(250), "3<0xfa 0xfa 0xfa>"}, {529, Array::row({0.299, 0.587, 0.114}), "3<0.299 0.587 0.114>"},
       {530, Array::row({2, 1}), "2<2 1>"}, {531, num(2), "1<2>"},
       {532, Array::row({0, 255, 128, 255, 128, 255}), "6<0 255 128 255 128 255>"},
       {700, str("<x/>\n"), "5<0x3c 0x78 0x2f 0x3e 0xa>"}, {33432, str("(c)"), "4<(c)\\0>"},
       {33550, Array::row({0.5, 0.25, 0}), "3<0.5 0.25 0>"}, {33723, bytes(4, 10), "4<0xa 0xb 0xc 0xd>"},
       {33922, Array::matrix({{0, 0, 0, 10, 20, 0}, {1, 1, 0, 11, 21, 0}}), "12<0 0 0 10 20 0 1 1 0 11 21 0>"},
-      {34264, filled(4, 4, 0.5), "16<0.5 0.5 "}, {34377, bytes(7, 20), "7<0x14 0x15 0x16 0x17 0x18 0x19 0x1a>"},
+      {34264, filled(4, 4, 0.5), "16<0.5 0.5 ", filled(1, 16, 0.5)}, {34377, bytes(7, 20), "7<0x14 0x15 0x16 0x17 0x18 0x19 0x1a>"},
       {34675, bytes(3, 30), "3<0x1e 0x1f 0x20>"},
       {34735, Array::matrix({{1, 1, 0, 1}, {1024, 0, 1, 2}}), "8<1 1 0 1 1024 0 1 2>"},
       {34736, Array::row({6378137.5, 298.25}), "2<6.37814e+06 298.25>"}, {34737, str("WGS 84|"), "8<WGS 84|\\0>"},
@@ -338,10 +360,14 @@ TEST(SetField, InkColourMapAndBilevelRoundTrips) {
                     {333, cells({str("C"), str("M"), str("Y"), str("K")}), "8<C\\0M\\0Y\\0K\\0>"},
                     {336, Array::row({0, 255}), "2<0 255>"}, {337, str("press"), "6<press\\0>"},
                     {256, num(16), "1<16>"}, {257, num(4), "1<4>"}});
-  std::vector<double> map(3 * 256, 0.25);
-  for (std::size_t i = 0; i < 256; ++i) map[i] = static_cast<double>(i % 3) / 2, map[512 + i] = 1;
+  std::vector<double> map(3 * 256, 0.25), stored(3 * 256, 16384.0 / 65535);  // as set, and as scaled back
+  for (std::size_t i = 0; i < 256; ++i) {
+    map[i] = static_cast<double>(i % 3) / 2, map[512 + i] = 1;
+    stored[i] = (i % 3 == 0 ? 0 : i % 3 == 1 ? 32768 : 65535) / 65535.0, stored[512 + i] = 1;
+  }
   round_trip(palette, {{262, num(3), "1<3>"}, {258, num(8), "1<8>"}, {277, num(1), "1<1>"},
-                       {320, Array::of(zvDOUBLE_CLASS, {256, 3}, map), "768<0 32768 65535 0 "},  // halves round up
+                       {320, Array::of(zvDOUBLE_CLASS, {256, 3}, map), "768<0 32768 65535 0 ",  // halves round up
+                        Array::of(zvDOUBLE_CLASS, {256, 3}, stored)},
                        {256, num(16), "1<16>"}, {257, num(4), "1<4>"}});
   TiffHandle in(palette.path, "r");
   const std::uint16_t *red = nullptr, *green = nullptr, *blue = nullptr;
@@ -353,28 +379,42 @@ TEST(SetField, InkColourMapAndBilevelRoundTrips) {
                    {340, num(0), "1<00>"}, {341, Array::row({1}), "1<0x1>"}});
 }
 
-// The codec settings, which libtiff keeps in the handle rather than the file,
-// Group3Options, which needs its codec, SMaxSampleValue for a sample format
-// without a conversion, and SubIFD reservation.
+// The codec settings, which libtiff keeps in the handle rather than the file
+// (read back on the same handle), Group3Options, which needs its codec,
+// SMaxSampleValue for a sample format without a conversion, and SubIFD
+// reservation.
 TEST(SetField, CodecSettingsAndReservations) {
   GatewayFile jpeg, zip, fax3, logL, logLuv, voidFormat, subifd;
-  jpeg.set_all({{262, num(1)}, {259, num(7)}, {65537, num(60.9)}, {65538, num(1)}});
+  jpeg.set_all({{262, num(6)}, {256, num(16)}, {257, num(16)}, {259, num(7)}, {65537, num(60.9)}, {65538, num(1)}});
   EXPECT_EQ(get<int>(jpeg.tif(), 65537), 60);
   EXPECT_EQ(get<int>(jpeg.tif(), 65538), 1);
+  EXPECT_EQ(read_back(jpeg, 65537), 60);
+  // getField does not read JPEGColorMode; retrieveMetadata reports it.
+  EXPECT_EQ(outcome(call("getField", {jpeg.id, num(65538)})), "unhandledTagId(65538)");
+  const embedded::CallResult metadata = call("retrieveMetadata", {jpeg.id});
+  ASSERT_EQ(outcome(metadata), "ok");
+  EXPECT_EQ(metadata.out().field("JPEGColorMode")->number(), 1);
   zip.set_all({{262, num(1)}, {259, num(8)}, {65557, num(9)}});
   EXPECT_EQ(get<int>(zip.tif(), 65557), 9);
+  EXPECT_EQ(read_back(zip, 65557), 9);
   fax3.set_all({{262, num(0)}, {259, num(3)}, {292, num(5)}});
   EXPECT_EQ(get<std::uint32_t>(fax3.tif(), 292), 5u);
+  EXPECT_EQ(read_back(fax3, 292), 5);
   logL.set_all({{262, num(32844)}, {259, num(34676)}, {65560, num(3)}});
   EXPECT_EQ(get<int>(logL.tif(), 65560), 3);
   EXPECT_EQ(get<std::uint16_t>(logL.tif(), 277), 1);
+  EXPECT_EQ(read_back(logL, 65560), 3);
+  EXPECT_EQ(read_back(logL, 277), 1);
   logLuv.set_all({{262, num(32845)}, {259, num(34677)}, {65560, num(0)}});
   EXPECT_EQ(get<std::uint16_t>(logLuv.tif(), 277), 3);
+  EXPECT_EQ(read_back(logLuv, 65560), 0);
+  EXPECT_EQ(read_back(logLuv, 277), 3);
   // A sample format the table has no column for ignores the value: 0 is set.
   voidFormat.set_all({{262, num(1)}, {258, num(8)}, {339, num(1)}});
   ASSERT_TRUE(TIFFSetField(voidFormat.tif(), 339, SAMPLEFORMAT_VOID));  // refused by the module itself
   EXPECT_EQ(voidFormat.set(341, num(77)), "ok");
   EXPECT_EQ(get<double>(voidFormat.tif(), 341), 0.0);
+  EXPECT_EQ(read_back(voidFormat, 341), 0);
 
   subifd.set_all(kGrey8);
   subifd.set_all({{256, num(8)}, {257, num(2)}, {330, num(2.9)}});
@@ -382,7 +422,7 @@ TEST(SetField, CodecSettingsAndReservations) {
   ASSERT_TRUE(call("writeDirectory", {subifd.id}).ok());
   for (int i = 0; i < 2; ++i) {
     subifd.set_all(kGrey8);
-    subifd.set_all({{256, num(4)}, {257, num(1)}});
+    subifd.set_all({{256, num(4 + i)}, {257, num(1)}});
     write_chunks(subifd.tif(), [](std::uint32_t, std::size_t) { return std::uint8_t{2}; });
     ASSERT_TRUE(call("writeDirectory", {subifd.id}).ok());
   }
@@ -392,8 +432,21 @@ TEST(SetField, CodecSettingsAndReservations) {
   const std::uint64_t* offsets = nullptr;
   ASSERT_TRUE(TIFFGetField(in, 330, &count, &offsets));
   ASSERT_EQ(count, 2);  // 2.9 counts as 2, and libtiff filled in both
+  const std::vector<std::uint64_t> written(offsets, offsets + count);
   ASSERT_TRUE(TIFFSetSubDirectory(in, offsets[1]));
-  EXPECT_EQ(get<std::uint32_t>(in, 256), 4u);
+  EXPECT_EQ(get<std::uint32_t>(in, 256), 5u);
+  // Through the module: the count set comes back as the offsets libtiff
+  // filled in, each leading to its sub-directory.
+  GatewayFile reopened(subifd.path, "r");
+  const embedded::CallResult r = call("getField", {reopened.id, num(330)});
+  ASSERT_EQ(outcome(r), "ok");
+  EXPECT_EQ(compare(r.out(), Array::of(zvUINT64_CLASS, {1, 2}, written)).mismatch, "");
+  EXPECT_EQ(compare(r.out(), Array::of(zvUINT64_CLASS, {1, 2}, written)).largest, 0);
+  for (std::size_t i = 0; i < 2; ++i) {
+    ASSERT_TRUE(call("setDirectory", {reopened.id, num(0)}).ok());  // the directory listing them
+    ASSERT_TRUE(call("setSubDirectory", {reopened.id, Array::uint64(written[i])}).ok());
+    EXPECT_EQ(read_back(reopened, 256), 4 + i);
+  }
 }
 
 // A file opened for reading takes the four codec settings and nothing else,

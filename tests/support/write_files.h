@@ -1,8 +1,9 @@
 #pragma once
-/// Test support for the write commands: files created through the module
-/// whose tags are set with libtiff directly, host arrays filled from a
-/// function, and two independent decoders of what was written (libtiff
-/// alone, and tifffile under /usr/bin/python3).
+/// Test support for the write commands and the round trips: files created
+/// through the module (tags set through it or with libtiff directly), host
+/// arrays filled from a function or cut from another, the comparison of a
+/// value read back with the one written, and two independent decoders of
+/// what was written (libtiff alone, and tifffile under /usr/bin/python3).
 
 #include "support/tiff_files.h"
 
@@ -43,6 +44,9 @@ class ModuleFile {
   const embedded::Array& id() const { return id_; }
   /// "writeEncodedStrip" or "writeEncodedTile" with chunk number and arrays.
   embedded::CallResult write(bool tiled, embedded::Array chunk, std::vector<embedded::Array> images) const;
+  /// "setField" and "getField" of one tag.
+  embedded::CallResult set(double tag, embedded::Array value) const;
+  embedded::CallResult get(double tag) const;
   void close();
 
  private:
@@ -61,6 +65,24 @@ embedded::Array host_array(zvClassID cls, std::vector<std::size_t> dims,
       for (std::size_t r = 0; r < m; ++r) data[r + c * m + k * m * n] = value(r, c, k);
   return embedded::Array::of(cls, std::move(dims), data);
 }
+
+/// The same for any numeric or logical class, value(r, c, k) converted to it.
+embedded::Array host_array(zvClassID cls, std::vector<std::size_t> dims,
+                           const std::function<double(std::size_t, std::size_t, std::size_t)>& value);
+
+/// Rows [row0, row0 + rows) and columns [column0, column0 + columns) of every
+/// plane of a numeric or logical array, with a 2-D array's own shape.
+embedded::Array part_of(const embedded::Array& a, std::size_t row0, std::size_t column0, std::size_t rows,
+                        std::size_t columns);
+
+/// A value read back against the one expected: what differs in class,
+/// shape or cells (empty when nothing does), and otherwise the largest
+/// difference between elements (character codes for text).
+struct Comparison {
+  std::string mismatch;
+  double largest = 0;
+};
+Comparison compare(const embedded::Array& got, const embedded::Array& expected);
 
 /// One chunk as libtiff alone decodes it (JPEG YCbCr stays raw).
 std::vector<std::uint8_t> libtiff_chunk(const std::string& path, std::uint32_t chunk);
