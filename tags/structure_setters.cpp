@@ -21,6 +21,14 @@ std::uint16_t photometric_before_write(const TagWrite& w) {
   return u16_before_write(w.tif, TIFFTAG_PHOTOMETRIC, w.text);
 }
 
+/// ColorMap or TransferFunction is set: tables that libtiff sized by the
+/// BitsPerSample of the moment and never resizes.
+bool has_depth_sized_tables(TIFF* tif) {
+  std::uint16_t* tables[3] = {};
+  return TIFFGetField(tif, TIFFTAG_COLORMAP, &tables[0], &tables[1], &tables[2]) ||
+         TIFFGetField(tif, TIFFTAG_TRANSFERFUNCTION, &tables[0], &tables[1], &tables[2]);
+}
+
 }  // namespace
 
 std::uint16_t u16_before_write(TIFF* tif, std::uint32_t tag, const char* writing) {
@@ -105,6 +113,13 @@ int set_bits_per_sample(const TagWrite& w) {
   // A 1-bit palette image is refused on purpose.
   if (palette_or_lab && bits != 8 && bits != 16) raise(Tiff::badPhotometricLabPaletteBitsPerSampleCombination());
   if (is_log_luv(photometric)) raise(Tiff::doNotSetForLogLuv(w.name));
+  // A new depth would leave the colour map or transfer curves at the old
+  // size, and every later read of them (getField's, and libtiff's own when
+  // it writes the directory) would run past their end. The value itself is
+  // what cannot be taken any more, whatever the photometric interpretation:
+  // hence badBitsPerSampleValue.
+  if (bits != u16_defaulted(w.tif, TIFFTAG_BITSPERSAMPLE) && has_depth_sized_tables(w.tif))
+    raise(Tiff::badBitsPerSampleValue());
   return TIFFSetField(w.tif, w.tag, bits);
 }
 

@@ -194,6 +194,8 @@ TEST(SetField, RefusalsNameTheirKindAndChangeNothing) {
   const Tags none, minIsBlack = {{262, num(1)}}, rgb = {{262, num(2)}}, palette = {{262, num(3)}};
   const Tags cmyk = {{262, num(5)}, {258, num(8)}, {277, num(5)}, {338, Array::row({2})}};
   const Tags logL = {{262, num(32844)}, {259, num(34676)}}, bilevel = {{262, num(0)}, {258, num(1)}, {339, num(1)}};
+  const Tags palette8 = {{262, num(3)}, {258, num(8)}}, mapped8 = {{262, num(3)}, {258, num(8)}, {320, filled(256, 3, 0.5)}};
+  const Tags curved8 = {{262, num(1)}, {258, num(8)}, {277, num(1)}, {301, filled(1, 256, 7)}};
   const struct {
     const Tags& setup;
     double tag;
@@ -288,6 +290,11 @@ TEST(SetField, RefusalsNameTheirKindAndChangeNothing) {
       {rgb, 339, num(7), "unableToWriteTag(SampleFormat)"},
       {none, 258, num(12), "badBitsPerSampleValue()"},
       {palette, 258, num(1), "badPhotometricLabPaletteBitsPerSampleCombination()"},
+      // A new depth after ColorMap or TransferFunction left libtiff's tables at the old size, read past later.
+      {mapped8, 258, num(16), "badBitsPerSampleValue()"},
+      {curved8, 258, num(16), "badBitsPerSampleValue()"},
+      {mapped8, 258, num(8), "ok"},
+      {palette8, 258, num(16), "ok"},
       {rgb, 258, num(64), "ok"},
       {{{262, num(9)}}, 258, num(32), "badPhotometricLabPaletteBitsPerSampleCombination()"},
       {{{262, num(1)}, {258, num(8)}}, 259, num(4), "badBitsPerSampleCompressionCombination()"},
