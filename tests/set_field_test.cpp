@@ -386,6 +386,26 @@ TEST(SetField, InkColourMapAndBilevelRoundTrips) {
                    {340, num(0), "1<00>"}, {341, Array::row({1}), "1<0x1>"}});
 }
 
+// SMinSampleValue and SMaxSampleValue through the conversion of each sample
+// format: truncated toward zero to the sample type, stored as libtiff types
+// them by the format.
+TEST(SetField, SampleRangesRoundTripInTheirFormats) {
+  GatewayFile int16, uint32, float32, float64;
+  const auto grey = [](double bits, double format) {
+    return std::vector<Written>{{262, num(1), "1<1>"}, {258, num(bits), ""}, {277, num(1), "1<1>"},
+                                {339, num(format), ""}, {256, num(4), "1<4>"}, {257, num(2), "1<2>"}};
+  };
+  const auto with = [](std::vector<Written> rows, Written min, Written max) {
+    rows.push_back(std::move(min));
+    rows.push_back(std::move(max));
+    return rows;
+  };
+  round_trip(int16, with(grey(16, 2), {340, num(-5.5), "1<-5>", num(-5)}, {341, num(1000.9), "1<1000>", num(1000)}));
+  round_trip(uint32, with(grey(32, 1), {340, num(7), "1<7>"}, {341, num(4294967295.0), "1<4294967295>"}));
+  round_trip(float32, with(grey(32, 3), {340, num(-1.5), "1<-1.5>"}, {341, num(0.25), "1<0.25>"}));
+  round_trip(float64, with(grey(64, 3), {340, num(-1e300), "1<-1e+300>"}, {341, num(1e-300), "1<1e-300>"}));
+}
+
 // The codec settings, which libtiff keeps in the handle rather than the file
 // (read back on the same handle), Group3Options, which needs its codec,
 // SMaxSampleValue for a sample format without a conversion, and SubIFD
