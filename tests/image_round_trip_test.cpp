@@ -24,7 +24,7 @@ using Tags = std::vector<std::pair<double, Array>>;
 constexpr std::uint16_t U = SAMPLEFORMAT_UINT, I = SAMPLEFORMAT_INT, F = SAMPLEFORMAT_IEEEFP;
 constexpr std::uint16_t C = PLANARCONFIG_CONTIG, S = PLANARCONFIG_SEPARATE;
 constexpr std::uint16_t GREY = PHOTOMETRIC_MINISBLACK, WHITE = PHOTOMETRIC_MINISWHITE, RGB = PHOTOMETRIC_RGB,
-                        YCC = PHOTOMETRIC_YCBCR;
+                        YCC = PHOTOMETRIC_YCBCR, MAP = PHOTOMETRIC_PALETTE;
 constexpr std::uint16_t NONE = COMPRESSION_NONE, LZW = COMPRESSION_LZW, ZIP = COMPRESSION_ADOBE_DEFLATE,
                         DEFLATE = COMPRESSION_DEFLATE, PACKBITS = COMPRESSION_PACKBITS, JPEG = COMPRESSION_JPEG,
                         G4 = COMPRESSION_CCITTFAX4;
@@ -55,6 +55,8 @@ const Layout kLayouts[] = {
     {"single RGB plane tiles, Deflate", zvSINGLE_CLASS, 33, 17, RGB, 32, 3, 0, F, S, DEFLATE, 0, 16},
     {"double RGBA", zvDOUBLE_CLASS, 9, 7, RGB, 64, 4, 1, F, C, NONE, 3, 0},
     {"double grey tiles, LZW", zvDOUBLE_CLASS, 18, 20, GREY, 64, 1, 0, F, C, LZW, 0, 16},
+    {"uint8 palette, PackBits", zvUINT8_CLASS, 21, 11, MAP, 8, 1, 0, U, C, PACKBITS, 4, 0},
+    {"uint16 palette tiles, LZW", zvUINT16_CLASS, 20, 18, MAP, 16, 1, 0, U, C, LZW, 0, 16},
     {"1-bit, 21 wide", zvLOGICAL_CLASS, 21, 13, GREY, 1, 1, 0, U, C, NONE, 5, 0},
     {"1-bit G4, 130 wide", zvLOGICAL_CLASS, 130, 9, WHITE, 1, 1, 0, U, C, G4, 4, 0},
     {"1-bit partial tiles, PackBits", zvLOGICAL_CLASS, 35, 20, GREY, 1, 1, 0, U, C, PACKBITS, 0, 16},
@@ -75,6 +77,12 @@ Tags tags_of(const Layout& l) {
                {339, num(l.format)},      {284, num(l.planar)}, {259, num(l.compression)},
                {256, num(l.width)},       {257, num(l.length)}};
   if (l.extra) tags.push_back({338, Array::row({EXTRASAMPLE_UNASSALPHA})});
+  if (l.photometric == MAP) {
+    const std::size_t entries = std::size_t{1} << l.bits;
+    tags.push_back({320, host_array(zvDOUBLE_CLASS, {entries, 3}, [entries](std::size_t r, std::size_t c, std::size_t) {
+                      return static_cast<double>((r * (c + 1)) % entries) / static_cast<double>(entries - 1);
+                    })});
+  }
   if (l.ycbcr()) tags.push_back({530, Array::row({double(l.h), double(l.v)})});
   if (l.tile) {
     tags.push_back({322, num(l.tile)});
