@@ -6,6 +6,7 @@
 #include "gateway/errors.h"
 #include "tags/tag_checks.h"
 #include "tags/tag_names.h"
+#include "tags/tag_read.h"
 
 #include <tiffio.h>
 
@@ -15,10 +16,6 @@ namespace {
 
 bool is_log_luv(std::uint16_t photometric) {
   return photometric == PHOTOMETRIC_LOGL || photometric == PHOTOMETRIC_LOGLUV;
-}
-
-std::uint16_t photometric_before_write(const TagWrite& w) {
-  return u16_before_write(w.tif, TIFFTAG_PHOTOMETRIC, w.text);
 }
 
 /// ColorMap or TransferFunction is set: tables that libtiff sized by the
@@ -37,10 +34,9 @@ std::uint16_t u16_before_write(TIFF* tif, std::uint32_t tag, const char* writing
   return value;
 }
 
-std::uint16_t u16_defaulted(TIFF* tif, std::uint32_t tag) {
-  std::uint16_t value = 0;
-  TIFFGetFieldDefaulted(tif, tag, &value);
-  return value;
+// Named by the row's text: "Thresholding" for Threshholding.
+std::uint16_t photometric_before_write(const TagWrite& w) {
+  return u16_before_write(w.tif, TIFFTAG_PHOTOMETRIC, w.text);
 }
 
 void check_separated(TIFF* tif, const char* name) {
