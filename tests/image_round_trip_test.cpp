@@ -155,14 +155,14 @@ TEST(image_round_trip, every_layout_written_and_read_through_the_module) {
       ModuleFile file(path);
       for (const auto& [tag, value] : tags_of(l)) {
         const CallResult r = file.set(tag, value);
-        ASSERT_TRUE(r.ok()) << "tag " << tag << ": " << error_text(r);
+        ASSERT_TRUE(r.ok()) << "tag " << tag << ": " << outcome(r);
       }
       const CallResult count = embedded::call(count_command, {file.id()});
-      ASSERT_TRUE(count.ok()) << error_text(count);
+      ASSERT_TRUE(count.ok()) << outcome(count);
       for (std::uint32_t i = 0; i < count.out().number(); ++i) {
         places.push_back(chunk_place(file.tif(), i));
         const CallResult r = file.write(l.tile != 0, num(i), chunk_of(l, image, places.back()));
-        ASSERT_TRUE(r.ok()) << "chunk " << i << ": " << error_text(r);
+        ASSERT_TRUE(r.ok()) << "chunk " << i << ": " << outcome(r);
         EXPECT_TRUE(r.warnings.empty()) << "chunk " << i << ": " << r.warnings.front().message;
       }
       file.close();
@@ -171,13 +171,13 @@ TEST(image_round_trip, every_layout_written_and_read_through_the_module) {
     ModuleFile file(path, "r");
     EXPECT_EQ(file.get(259).out().number(), l.compression);
     const CallResult count = embedded::call(count_command, {file.id()});
-    ASSERT_TRUE(count.ok()) << error_text(count);
+    ASSERT_TRUE(count.ok()) << outcome(count);
     ASSERT_EQ(count.out().number(), places.size());
     double largest = 0;
     for (std::uint32_t i = 0; i < places.size(); ++i) {
       const CallResult r = embedded::call(l.tile ? "readEncodedTile" : "readEncodedStrip", {file.id(), num(i)},
                                           l.ycbcr() ? 3 : 1);
-      ASSERT_TRUE(r.ok()) << "chunk " << i << ": " << error_text(r);
+      ASSERT_TRUE(r.ok()) << "chunk " << i << ": " << outcome(r);
       EXPECT_TRUE(r.warnings.empty()) << "chunk " << i << ": " << r.warnings.front().message;
       const std::vector<Array> expected = chunk_of(l, image, places[i]);
       ASSERT_EQ(r.outputs.size(), expected.size());
@@ -208,13 +208,13 @@ TEST(image_round_trip, rgb_written_as_jpeg_ycbcr_reads_back_as_rgba) {
     for (const auto& [tag, value] : tags) ASSERT_TRUE(file.set(tag, value).ok()) << "tag " << tag;
     for (std::size_t strip = 0; strip < 2; ++strip) {
       const CallResult r = file.write(false, num(static_cast<double>(strip)), {part_of(rgb, strip * 16, 0, 16, width)});
-      ASSERT_TRUE(r.ok()) << error_text(r);
+      ASSERT_TRUE(r.ok()) << outcome(r);
     }
     file.close();
   }
   ModuleFile file(path, "r");
   const CallResult r = embedded::call("readRGBAImage", {file.id()});
-  ASSERT_TRUE(r.ok()) << error_text(r);
+  ASSERT_TRUE(r.ok()) << outcome(r);
   ASSERT_EQ(r.out().dims(), (Array::Dims{4, width, length}));
   const Array raster = host_array(zvUINT8_CLASS, {4, width, length}, [&](std::size_t k, std::size_t x, std::size_t y) {
     return k == 3 ? 255 : rgb.number((length - 1 - y) + x * length + k * length * width);

@@ -22,37 +22,25 @@ using embedded::Array;
 using embedded::call;
 using Tags = std::vector<std::pair<double, Array>>;
 
-/// "ok", or the failed call's kind with its arguments: "kind(a,b)".
-std::string outcome(const embedded::CallResult& r) {
-  if (r.ok()) return "ok";
-  std::string s = r.error_id().substr(r.error_id().rfind(':') + 1) + "(";
-  for (const auto& a : r.error->arguments) {
-    if (s.back() != '(') s += ",";
-    if (const auto* n = boost::get<std::int64_t>(&a)) s += std::to_string(*n);
-    if (const auto* t = boost::get<std::string>(&a)) s += *t;
-  }
-  return s + ")";
-}
-
-/// A file opened through the gateway (for writing unless a mode is given).
+/// A scratch file opened through the module (for writing unless a mode is
+/// given), or an existing one.
 struct GatewayFile {
   ScratchDir dir;
   std::string path = dir.path("t.tif");
-  Array id;
-  explicit GatewayFile(const char* mode = "w") : id(open_file(path, mode)) {}
-  GatewayFile(const std::string& existing, const char* mode) : path(existing), id(open_file(path, mode)) {}
-  ~GatewayFile() { call("close", {id}); }  // closing twice is silent
-  std::string set(double tag, Array value) { return outcome(call("setField", {id, num(tag), std::move(value)})); }
+  ModuleFile file;
+  explicit GatewayFile(const char* mode = "w") : file(path, mode) {}
+  GatewayFile(const std::string& existing, const char* mode) : path(existing), file(existing, mode) {}
+  const Array& id() const { return file.id(); }
+  TIFF* tif() const { return file.tif(); }
+  std::string set(double tag, Array value) { return outcome(file.set(tag, std::move(value))); }
   void set_all(const Tags& tags) {
     for (const auto& [tag, value] : tags) ASSERT_EQ(set(tag, value), "ok") << "setting " << tag;
   }
-  /// The module's handle, for reading its directory with libtiff itself.
-  TIFF* tif() const { return reinterpret_cast<TIFF*>(id.at<std::uint64_t>(0)); }
   /// Writes the image data with libtiff (which a directory needs to be
   /// readable), then closes through the gateway, which writes the directory.
   void close() {
     write_chunks(tif(), [](std::uint32_t, std::size_t i) { return static_cast<std::uint8_t>(i); });
-    ASSERT_TRUE(call("close", {id}).ok());
+    file.close();
   }
 };
 
@@ -80,7 +68,7 @@ Array cells(std::vector<Array> v) { return Array::cell(std::move(v)); }
 
 /// getField of a scalar tag through the module, on the handle f holds.
 double read_back(const GatewayFile& f, double tag) {
-  const embedded::CallResult r = call("getField", {f.id, num(tag)});
+  const embedded::CallResult r = call("getField", {f.id(), num(tag)});
   EXPECT_EQ(outcome(r), "ok") << "tag " << tag;
   return r.ok() ? r.out().number() : -1;
 }
@@ -136,7 +124,7 @@ void round_trip(GatewayFile& f, const std::vector<Written>& rows) {
   }
   GatewayFile reopened(f.path, "r");
   for (const auto& row : rows) {
-    const embedded::CallResult r = call("getField", {reopened.id, num(row.tag)});
+    const embedded::CallResult r = call("getField", {reopened.id(), num(row.tag)});
     ASSERT_EQ(outcome(r), "ok") << "tag " << row.tag;
     const Comparison c = compare(r.out(), row.back ? *row.back : row.value);
     EXPECT_EQ(c.mismatch, "") << "tag " << row.tag;
@@ -206,78 +194,78 @@ TEST(SetField, RefusalsNameTheirKindAndChangeNothing) {
       {none, -1, num(1), "argumentOutOfBounds()"},
       {none, 273, num(1), "unrecognizedTagNumber(273)"},
       {none, 260, num(1), "unrecognizedTagNumber(260)"},
-      {none, 32995, num(1), "unsupportedTag(Matteing,32995)"},
-      {none, 32998, num(16), "unsupportedTag(TileDepth,32998)"},
-      {none, 256, num(0), "zeroLengthDimension(ImageWidth)"},
-      {none, 257, num(nan), "zeroLengthDimension(ImageLength)"},
-      {none, 278, num(0.9), "zeroLengthDimension(RowsPerStrip)"},
-      {none, 322, num(8), "badTileDimension(TileWidth)"},
-      {none, 323, num(0), "zeroLengthDimension(TileLength)"},
-      {none, 256, Array::row({1, 2}), "tagValueNotDoublePrecisionScalar(ImageWidth)"},
-      {none, 266, single, "tagValueNotDoublePrecisionScalar(FillOrder)"},
+      {none, 32995, num(1), "unsupportedTag('Matteing', 32995)"},
+      {none, 32998, num(16), "unsupportedTag('TileDepth', 32998)"},
+      {none, 256, num(0), "zeroLengthDimension('ImageWidth')"},
+      {none, 257, num(nan), "zeroLengthDimension('ImageLength')"},
+      {none, 278, num(0.9), "zeroLengthDimension('RowsPerStrip')"},
+      {none, 322, num(8), "badTileDimension('TileWidth')"},
+      {none, 323, num(0), "zeroLengthDimension('TileLength')"},
+      {none, 256, Array::row({1, 2}), "tagValueNotDoublePrecisionScalar('ImageWidth')"},
+      {none, 266, single, "tagValueNotDoublePrecisionScalar('FillOrder')"},
       {none, 266, num(65536), "argumentOutOfBounds()"},
       {none, 274, num(-1), "argumentOutOfBounds()"},
       {none, 254, num(4294967296.0), "argumentOutOfBounds()"},
-      {none, 266, num(nan), "unableToWriteTag(FillOrder)"},  // NaN becomes 0, which libtiff refuses
-      {none, 282, Array::row({1, 2}), "tagValueNotDoublePrecisionScalar(XResolution)"},
-      {none, 283, Array(), "tagValueNotDoublePrecisionScalar(YResolution)"},
-      {none, 286, str("1"), "tagValueNotDoublePrecisionArray(XPosition)"},
+      {none, 266, num(nan), "unableToWriteTag('FillOrder')"},  // NaN becomes 0, which libtiff refuses
+      {none, 282, Array::row({1, 2}), "tagValueNotDoublePrecisionScalar('XResolution')"},
+      {none, 283, Array(), "tagValueNotDoublePrecisionScalar('YResolution')"},
+      {none, 286, str("1"), "tagValueNotDoublePrecisionArray('XPosition')"},
       {none, 282, num(3.5e38), "argumentOutOfBounds()"},
-      {none, 282, num(-1), "unableToWriteTag(XResolution)"},
-      {none, 37439, Array::row({1, 2}), "tagValueNotDoublePrecisionScalar(StoNits)"},
-      {none, 297, Array::row({1, 2, 3}), "badTagValueCount(PageNumber,2)"},
-      {none, 321, num(1), "badTagValueCount(HalftoneHints,2)"},
-      {none, 530, bytes(2), "tagValueNotDoublePrecisionArray(YCbCrSubsampling)"},
+      {none, 282, num(-1), "unableToWriteTag('XResolution')"},
+      {none, 37439, Array::row({1, 2}), "tagValueNotDoublePrecisionScalar('StoNits')"},
+      {none, 297, Array::row({1, 2, 3}), "badTagValueCount('PageNumber', 2)"},
+      {none, 321, num(1), "badTagValueCount('HalftoneHints', 2)"},
+      {none, 530, bytes(2), "tagValueNotDoublePrecisionArray('YCbCrSubsampling')"},
       {none, 297, Array::row({1, 65536}), "argumentOutOfBounds()"},
-      {none, 529, Array::row({1, 2}), "badTagValueCount(YCbCrCoefficients,3)"},
-      {none, 33550, Array::row({1, 2}), "badTagValueCount(GeoPixelScale,3)"},
-      {none, 34264, filled(3, 4, 1), "badTagValueCount(ModelTransformation,16)"},
-      {none, 34736, str("x"), "tagValueNotDoublePrecisionArray(GeoDoubleParamsTag)"},
-      {none, 33922, filled(3, 2, 1), "bad2DtagValue(ModelTiepointTag,6)"},
-      {none, 34735, Array::row({1, 2, 3, 4, 5}), "bad2DtagValue(GeoKeyDirectoryTag,4)"},
+      {none, 529, Array::row({1, 2}), "badTagValueCount('YCbCrCoefficients', 3)"},
+      {none, 33550, Array::row({1, 2}), "badTagValueCount('GeoPixelScale', 3)"},
+      {none, 34264, filled(3, 4, 1), "badTagValueCount('ModelTransformation', 16)"},
+      {none, 34736, str("x"), "tagValueNotDoublePrecisionArray('GeoDoubleParamsTag')"},
+      {none, 33922, filled(3, 2, 1), "bad2DtagValue('ModelTiepointTag', 6)"},
+      {none, 34735, Array::row({1, 2, 3, 4, 5}), "bad2DtagValue('GeoKeyDirectoryTag', 4)"},
       {none, 34735, filled(1, 4, -1), "argumentOutOfBounds()"},
-      {none, 338, str("a"), "tagValueNotDoublePrecisionArray(ExtraSamples)"},
-      {none, 338, Array::row({9}), "unableToWriteTag(ExtraSamples)"},
-      {none, 270, num(1), "argumentWasNotChar(ImageDescription)"},
-      {none, 306, num(1), "argumentWasNotChar(DateTime)"},
+      {none, 338, str("a"), "tagValueNotDoublePrecisionArray('ExtraSamples')"},
+      {none, 338, Array::row({9}), "unableToWriteTag('ExtraSamples')"},
+      {none, 270, num(1), "argumentWasNotChar('ImageDescription')"},
+      {none, 306, num(1), "argumentWasNotChar('DateTime')"},
       {none, 306, str("2024:05:06 07:08:09Z"), "dateTimeTooLong()"},
       {none, 700, bytes(9), "badXmlPacketTagType()"},
-      {none, 700, str("<x/>"), "lengthTooShort(XMP,5)"},
-      {none, 33723, filled(1, 4, 1), "badUninterpretedTagType(RichTIFFIPTC)"},
-      {none, 34675, str("icc"), "badUninterpretedTagType(ICC Profile)"},
-      {none, 34377, bytes(6), "lengthTooShort(Photoshop,7)"},
+      {none, 700, str("<x/>"), "lengthTooShort('XMP', 5)"},
+      {none, 33723, filled(1, 4, 1), "badUninterpretedTagType('RichTIFFIPTC')"},
+      {none, 34675, str("icc"), "badUninterpretedTagType('ICC Profile')"},
+      {none, 34377, bytes(6), "lengthTooShort('Photoshop', 7)"},
       {none, 330, num(65536), "argumentOutOfBounds()"},
-      {none, 34675, bytes(0), "unableToWriteTag(ICC Profile)"},
-      {none, 34736, Array(), "unableToWriteTag(GeoDoubleParamsTag)"},
+      {none, 34675, bytes(0), "unableToWriteTag('ICC Profile')"},
+      {none, 34736, Array(), "unableToWriteTag('GeoDoubleParamsTag')"},
       {none, 700, str("<x/>\n"), "ok"},
-      {none, 65537, num(50), "unableToWriteTag(JPEGQuality)"},  // no JPEG codec
+      {none, 65537, num(50), "unableToWriteTag('JPEGQuality')"},  // no JPEG codec
       // image structure
-      {none, 259, num(1), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,Compression)"},
-      {none, 277, num(1), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,SamplesPerPixel)"},
-      {minIsBlack, 277, num(1), "tagRetrievalBeforeWriteFailed(BitsPerSample,SamplesPerPixel)"},
-      {none, 339, num(1), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,SampleFormat)"},
-      {minIsBlack, 339, num(2), "tagRetrievalBeforeWriteFailed(BitsPerSample,SampleFormat)"},
-      {none, 263, num(1), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,Thresholding)"},
-      {none, 258, num(8), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,BitsPerSample)"},
-      {none, 284, num(1), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,PlanarConfiguration)"},
-      {none, 65560, num(0), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,SGILogDataFmt)"},
-      {none, 332, num(1), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,InkSet)"},
-      {{{262, num(5)}}, 334, num(4), "tagRetrievalBeforeWriteFailed(SamplesPerPixel,NumberOfInks)"},
-      {minIsBlack, 332, num(1), "photometricInterpretationNotSeparated(InkSet)"},
-      {minIsBlack, 333, cells({str("K")}), "photometricInterpretationNotSeparated(InkNames)"},
-      {minIsBlack, 334, num(1), "photometricInterpretationNotSeparated(NumberOfInks)"},
-      {minIsBlack, 336, Array::row({0, 1}), "photometricInterpretationNotSeparated(DotRange)"},
-      {minIsBlack, 337, str("p"), "photometricInterpretationNotSeparated(TargetPrinter)"},
-      {cmyk, 336, Array::row({0}), "badTagValueCount(DotRange,2)"},
-      {cmyk, 337, num(1), "argumentWasNotChar(TargetPrinter)"},
-      {cmyk, 334, num(3), "invalidNumberOfInksValue(3,5,1)"},
-      {cmyk, 334, num(6), "invalidNumberOfInksValue(6,5,1)"},
+      {none, 259, num(1), "tagRetrievalBeforeWriteFailed('PhotometricInterpretation', 'Compression')"},
+      {none, 277, num(1), "tagRetrievalBeforeWriteFailed('PhotometricInterpretation', 'SamplesPerPixel')"},
+      {minIsBlack, 277, num(1), "tagRetrievalBeforeWriteFailed('BitsPerSample', 'SamplesPerPixel')"},
+      {none, 339, num(1), "tagRetrievalBeforeWriteFailed('PhotometricInterpretation', 'SampleFormat')"},
+      {minIsBlack, 339, num(2), "tagRetrievalBeforeWriteFailed('BitsPerSample', 'SampleFormat')"},
+      {none, 263, num(1), "tagRetrievalBeforeWriteFailed('PhotometricInterpretation', 'Thresholding')"},
+      {none, 258, num(8), "tagRetrievalBeforeWriteFailed('PhotometricInterpretation', 'BitsPerSample')"},
+      {none, 284, num(1), "tagRetrievalBeforeWriteFailed('PhotometricInterpretation', 'PlanarConfiguration')"},
+      {none, 65560, num(0), "tagRetrievalBeforeWriteFailed('PhotometricInterpretation', 'SGILogDataFmt')"},
+      {none, 332, num(1), "tagRetrievalBeforeWriteFailed('PhotometricInterpretation', 'InkSet')"},
+      {{{262, num(5)}}, 334, num(4), "tagRetrievalBeforeWriteFailed('SamplesPerPixel', 'NumberOfInks')"},
+      {minIsBlack, 332, num(1), "photometricInterpretationNotSeparated('InkSet')"},
+      {minIsBlack, 333, cells({str("K")}), "photometricInterpretationNotSeparated('InkNames')"},
+      {minIsBlack, 334, num(1), "photometricInterpretationNotSeparated('NumberOfInks')"},
+      {minIsBlack, 336, Array::row({0, 1}), "photometricInterpretationNotSeparated('DotRange')"},
+      {minIsBlack, 337, str("p"), "photometricInterpretationNotSeparated('TargetPrinter')"},
+      {cmyk, 336, Array::row({0}), "badTagValueCount('DotRange', 2)"},
+      {cmyk, 337, num(1), "argumentWasNotChar('TargetPrinter')"},
+      {cmyk, 334, num(3), "invalidNumberOfInksValue(3, 5, 1)"},
+      {cmyk, 334, num(6), "invalidNumberOfInksValue(6, 5, 1)"},
       {cmyk, 334, num(5), "ok"},
       {{{262, num(5)}, {258, num(8)}, {277, num(1)}, {334, num(1)}}, 333, cells({str(std::string(70000, 'a'))}),
        "argumentOutOfBounds()"},
-      {logL, 277, num(1), "doNotSetForLogLuv(SamplesPerPixel)"},
-      {logL, 339, num(3), "doNotSetForLogLuv(SampleFormat)"},
-      {logL, 258, num(16), "doNotSetForLogLuv(BitsPerSample)"},
+      {logL, 277, num(1), "doNotSetForLogLuv('SamplesPerPixel')"},
+      {logL, 339, num(3), "doNotSetForLogLuv('SampleFormat')"},
+      {logL, 258, num(16), "doNotSetForLogLuv('BitsPerSample')"},
       {logL, 284, num(2), "badPhotometricPlanarConfigurationCombination()"},
       {logL, 65560, num(1), "invalidSGILogDataFmtValue(1)"},
       {{{262, num(32844)}, {259, num(34676)}, {65560, num(3)}}, 65560, num(0), "fmtAlreadySet()"},
@@ -287,7 +275,7 @@ TEST(SetField, RefusalsNameTheirKindAndChangeNothing) {
       {rgb, 339, num(2), "badValue()"},
       {rgb, 339, num(4), "sampleFormatValueNotSupported()"},
       {rgb, 339, num(6), "sampleFormatValueNotSupported()"},
-      {rgb, 339, num(7), "unableToWriteTag(SampleFormat)"},
+      {rgb, 339, num(7), "unableToWriteTag('SampleFormat')"},
       {none, 258, num(12), "badBitsPerSampleValue()"},
       {palette, 258, num(1), "badPhotometricLabPaletteBitsPerSampleCombination()"},
       // A new depth after ColorMap or TransferFunction left libtiff's tables at the old size, read past later.
@@ -304,47 +292,47 @@ TEST(SetField, RefusalsNameTheirKindAndChangeNothing) {
       {minIsBlack, 259, num(2), "ccittNotSupportedForCreating()"},
       {minIsBlack, 259, num(32771), "ccittNotSupportedForCreating()"},
       {none, 263, num(4), "badThresholdingValue(4)"},
-      {rgb, 263, num(1), "badTagUsedWithPhotometric(Thresholding,MinIsWhite, MinIsBlack)"},
+      {rgb, 263, num(1), "badTagUsedWithPhotometric('Thresholding', 'MinIsWhite, MinIsBlack')"},
       {none, 284, num(3), "badPlanarConfigurationValue(3)"},
       // colour and range
-      {{{262, num(5)}, {258, num(8)}, {277, num(3)}, {334, num(3)}}, 333, num(1), "notCellString(InkNames)"},
+      {{{262, num(5)}, {258, num(8)}, {277, num(3)}, {334, num(3)}}, 333, num(1), "notCellString('InkNames')"},
       {{{262, num(5)}, {258, num(8)}, {277, num(3)}, {334, num(3)}}, 333, cells({str("C"), str("M")}), "badNumberOfInkNames(3)"},
-      {{{262, num(5)}, {258, num(8)}, {277, num(2)}, {334, num(2)}}, 333, cells({str("C"), num(1)}), "notCellString(InkNames)"},
-      {none, 301, filled(2, 1, 0), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,TransferFunction)"},
+      {{{262, num(5)}, {258, num(8)}, {277, num(2)}, {334, num(2)}}, 333, cells({str("C"), num(1)}), "notCellString('InkNames')"},
+      {none, 301, filled(2, 1, 0), "tagRetrievalBeforeWriteFailed('PhotometricInterpretation', 'TransferFunction')"},
       {{{262, num(8)}}, 301, filled(2, 1, 0),
-       "badTagUsedWithPhotometric(TransferFunction,MinIsWhite, MinIsBlack, RGB, Palette, YCbCr)"},
-      {kRgb8, 301, filled(256, 1, 0), "badTransferFunctionSize(8,3,256,3)"},
-      {kRgb8, 301, filled(3, 256, 0), "badTransferFunctionSize(8,3,256,3)"},
-      {kGrey8, 301, filled(255, 1, 0), "badTransferFunctionSize(8,1,256,1)"},
-      {kGrey8, 301, filled(128, 2, 0), "badTransferFunctionSize(8,1,256,1)"},
-      {kGrey8, 301, Array::of(zvDOUBLE_CLASS, {128, 1, 2}, std::vector<double>(256)), "badTransferFunctionSize(8,1,256,1)"},
+       "badTagUsedWithPhotometric('TransferFunction', 'MinIsWhite, MinIsBlack, RGB, Palette, YCbCr')"},
+      {kRgb8, 301, filled(256, 1, 0), "badTransferFunctionSize(8, 3, 256, 3)"},
+      {kRgb8, 301, filled(3, 256, 0), "badTransferFunctionSize(8, 3, 256, 3)"},
+      {kGrey8, 301, filled(255, 1, 0), "badTransferFunctionSize(8, 1, 256, 1)"},
+      {kGrey8, 301, filled(128, 2, 0), "badTransferFunctionSize(8, 1, 256, 1)"},
+      {kGrey8, 301, Array::of(zvDOUBLE_CLASS, {128, 1, 2}, std::vector<double>(256)), "badTransferFunctionSize(8, 1, 256, 1)"},
       {kGrey8, 301, filled(1, 256, 65536), "argumentOutOfBounds()"},
       {{{262, num(2)}, {258, num(8)}, {277, num(4)}}, 301, filled(256, 3, 0), "badTransferFunctionSppCombination(4)"},
-      {minIsBlack, 318, Array::row({0.3, 0.3}), "badTagUsedWithPhotometric(WhitePoint,RGB, YCbCr, Palette, CIELab, ICCLab)"},
-      {rgb, 318, Array::row({0.3, 0.3, 0.3}), "badTagValueCount(WhitePoint,2)"},
+      {minIsBlack, 318, Array::row({0.3, 0.3}), "badTagUsedWithPhotometric('WhitePoint', 'RGB, YCbCr, Palette, CIELab, ICCLab')"},
+      {rgb, 318, Array::row({0.3, 0.3, 0.3}), "badTagValueCount('WhitePoint', 2)"},
       {{{262, num(10)}}, 318, Array::row({0.3, 0.3}), "ok"},
-      {none, 319, filled(1, 6, 0), "tagRetrievalBeforeWriteFailed(PhotometricInterpretation,PrimaryChromaticities)"},
-      {minIsBlack, 319, filled(1, 6, 0), "badTagUsedWithPhotometric(PrimaryChromaticities,RGB, YCbCr, Palette)"},
-      {palette, 319, filled(1, 5, 0), "badTagValueCount(PrimaryChromaticities,6)"},
-      {palette, 532, filled(1, 6, 0), "badTagUsedWithPhotometric(ReferenceBlackWhite,RGB, YCbCr)"},
+      {none, 319, filled(1, 6, 0), "tagRetrievalBeforeWriteFailed('PhotometricInterpretation', 'PrimaryChromaticities')"},
+      {minIsBlack, 319, filled(1, 6, 0), "badTagUsedWithPhotometric('PrimaryChromaticities', 'RGB, YCbCr, Palette')"},
+      {palette, 319, filled(1, 5, 0), "badTagValueCount('PrimaryChromaticities', 6)"},
+      {palette, 532, filled(1, 6, 0), "badTagUsedWithPhotometric('ReferenceBlackWhite', 'RGB, YCbCr')"},
       {rgb, 532, filled(2, 3, 1), "ok"},  // any shape with 6 elements
-      {{{262, num(6)}}, 532, filled(1, 7, 0), "badTagValueCount(ReferenceBlackWhite,6)"},
-      {palette, 320, filled(256, 3, 0), "tagRetrievalBeforeWriteFailed(BitsPerSample,ColorMap)"},
-      {kGrey8, 320, filled(255, 3, 0), "badColorMap(256,8)"},
-      {kGrey8, 320, filled(256, 2, 0), "badColorMap(256,8)"},
-      {kGrey8, 320, Array::of(zvUINT8_CLASS, {256, 3}, std::vector<std::uint8_t>(768)), "badColorMap(256,8)"},
-      {{{262, num(3)}, {258, num(16)}}, 320, Array(), "badColorMap(65536,16)"},
+      {{{262, num(6)}}, 532, filled(1, 7, 0), "badTagValueCount('ReferenceBlackWhite', 6)"},
+      {palette, 320, filled(256, 3, 0), "tagRetrievalBeforeWriteFailed('BitsPerSample', 'ColorMap')"},
+      {kGrey8, 320, filled(255, 3, 0), "badColorMap(256, 8)"},
+      {kGrey8, 320, filled(256, 2, 0), "badColorMap(256, 8)"},
+      {kGrey8, 320, Array::of(zvUINT8_CLASS, {256, 3}, std::vector<std::uint8_t>(768)), "badColorMap(256, 8)"},
+      {{{262, num(3)}, {258, num(16)}}, 320, Array(), "badColorMap(65536, 16)"},
       {kGrey8, 320, filled(256, 3, 1.0001), "colorMapValuesNotNormalized()"},
       {kGrey8, 320, filled(256, 3, -0.1), "colorMapValuesNotNormalized()"},
       {kGrey8, 320, filled(256, 3, nan), "colorMapValuesNotNormalized()"},
-      {kGrey8, 340, Array::row({1, 2}), "tagValueNotDoublePrecisionScalar(SMinSampleValue)"},
-      {kGrey8, 341, num(1), "tagRetrievalBeforeWriteFailed(SampleFormat,SMaxSampleValue)"},
-      {{{262, num(1)}, {339, num(1)}}, 340, num(1), "tagRetrievalBeforeWriteFailed(BitsPerSample,SMinSampleValue)"},
-      {bilevel, 341, num(0.5), "badSMinMaxValueForBiLevelImage(SMaxSampleValue)"},
-      {bilevel, 341, num(nan), "badSMinMaxValueForBiLevelImage(SMaxSampleValue)"},
-      {bilevel, 340, bytes(1), "tagValueNotDoublePrecisionArray(SMinSampleValue)"},
-      {{{262, num(1)}, {258, num(16)}, {339, num(3)}}, 341, num(0.5), "badSampleFormatBitsPerSampleCombination(3,16)"},
-      {{{262, num(1)}, {258, num(64)}, {339, num(1)}}, 341, num(0.5), "badSampleFormatBitsPerSampleCombination(1,64)"},
+      {kGrey8, 340, Array::row({1, 2}), "tagValueNotDoublePrecisionScalar('SMinSampleValue')"},
+      {kGrey8, 341, num(1), "tagRetrievalBeforeWriteFailed('SampleFormat', 'SMaxSampleValue')"},
+      {{{262, num(1)}, {339, num(1)}}, 340, num(1), "tagRetrievalBeforeWriteFailed('BitsPerSample', 'SMinSampleValue')"},
+      {bilevel, 341, num(0.5), "badSMinMaxValueForBiLevelImage('SMaxSampleValue')"},
+      {bilevel, 341, num(nan), "badSMinMaxValueForBiLevelImage('SMaxSampleValue')"},
+      {bilevel, 340, bytes(1), "tagValueNotDoublePrecisionArray('SMinSampleValue')"},
+      {{{262, num(1)}, {258, num(16)}, {339, num(3)}}, 341, num(0.5), "badSampleFormatBitsPerSampleCombination(3, 16)"},
+      {{{262, num(1)}, {258, num(64)}, {339, num(1)}}, 341, num(0.5), "badSampleFormatBitsPerSampleCombination(1, 64)"},
       {{{262, num(1)}, {258, num(8)}, {339, num(1)}}, 341, num(256), "argumentOutOfBounds()"},
       {{{262, num(1)}, {258, num(8)}, {339, num(2)}}, 340, num(-129), "argumentOutOfBounds()"},
   };
@@ -417,8 +405,8 @@ TEST(SetField, CodecSettingsAndReservations) {
   EXPECT_EQ(get<int>(jpeg.tif(), 65538), 1);
   EXPECT_EQ(read_back(jpeg, 65537), 60);
   // getField does not read JPEGColorMode; retrieveMetadata reports it.
-  EXPECT_EQ(outcome(call("getField", {jpeg.id, num(65538)})), "unhandledTagId(65538)");
-  const embedded::CallResult metadata = call("retrieveMetadata", {jpeg.id});
+  EXPECT_EQ(outcome(call("getField", {jpeg.id(), num(65538)})), "unhandledTagId(65538)");
+  const embedded::CallResult metadata = call("retrieveMetadata", {jpeg.id()});
   ASSERT_EQ(outcome(metadata), "ok");
   EXPECT_EQ(metadata.out().field("JPEGColorMode")->number(), 1);
   zip.set_all({{262, num(1)}, {259, num(8)}, {65557, num(9)}});
@@ -446,14 +434,14 @@ TEST(SetField, CodecSettingsAndReservations) {
   subifd.set_all(kGrey8);
   subifd.set_all({{256, num(8)}, {257, num(2)}, {330, num(2.9)}});
   write_chunks(subifd.tif(), [](std::uint32_t, std::size_t) { return std::uint8_t{1}; });
-  ASSERT_TRUE(call("writeDirectory", {subifd.id}).ok());
+  ASSERT_TRUE(call("writeDirectory", {subifd.id()}).ok());
   for (int i = 0; i < 2; ++i) {
     subifd.set_all(kGrey8);
     subifd.set_all({{256, num(4 + i)}, {257, num(1)}});
     write_chunks(subifd.tif(), [](std::uint32_t, std::size_t) { return std::uint8_t{2}; });
-    ASSERT_TRUE(call("writeDirectory", {subifd.id}).ok());
+    ASSERT_TRUE(call("writeDirectory", {subifd.id()}).ok());
   }
-  ASSERT_TRUE(call("close", {subifd.id}).ok());
+  subifd.file.close();
   TiffHandle in(subifd.path, "r");
   std::uint16_t count = 0;
   const std::uint64_t* offsets = nullptr;
@@ -465,13 +453,13 @@ TEST(SetField, CodecSettingsAndReservations) {
   // Through the module: the count set comes back as the offsets libtiff
   // filled in, each leading to its sub-directory.
   GatewayFile reopened(subifd.path, "r");
-  const embedded::CallResult r = call("getField", {reopened.id, num(330)});
+  const embedded::CallResult r = call("getField", {reopened.id(), num(330)});
   ASSERT_EQ(outcome(r), "ok");
   EXPECT_EQ(compare(r.out(), Array::of(zvUINT64_CLASS, {1, 2}, written)).mismatch, "");
   EXPECT_EQ(compare(r.out(), Array::of(zvUINT64_CLASS, {1, 2}, written)).largest, 0);
   for (std::size_t i = 0; i < 2; ++i) {
-    ASSERT_TRUE(call("setDirectory", {reopened.id, num(0)}).ok());  // the directory listing them
-    ASSERT_TRUE(call("setSubDirectory", {reopened.id, Array::uint64(written[i])}).ok());
+    ASSERT_TRUE(call("setDirectory", {reopened.id(), num(0)}).ok());  // the directory listing them
+    ASSERT_TRUE(call("setSubDirectory", {reopened.id(), Array::uint64(written[i])}).ok());
     EXPECT_EQ(read_back(reopened, 256), 4 + i);
   }
 }
@@ -500,16 +488,16 @@ TEST(SetField, ReadOnlyFilesTakeOnlyCodecSettings) {
   EXPECT_EQ(get<int>(f.tif(), 65537), 40);
   EXPECT_EQ(f.set(65538, num(1)), "ok");
   EXPECT_EQ(get<int>(f.tif(), 65538), 1);
-  EXPECT_EQ(f.set(65557, num(9)), "unableToWriteTag(ZIPQuality)");  // not a Deflate directory
-  ASSERT_TRUE(call("setDirectory", {f.id, num(1)}).ok());
+  EXPECT_EQ(f.set(65557, num(9)), "unableToWriteTag('ZIPQuality')");  // not a Deflate directory
+  ASSERT_TRUE(call("setDirectory", {f.id(), num(1)}).ok());
   EXPECT_EQ(f.set(65557, num(9)), "ok");
   EXPECT_EQ(get<int>(f.tif(), 65557), 9);
-  ASSERT_TRUE(call("setDirectory", {f.id, num(2)}).ok());
+  ASSERT_TRUE(call("setDirectory", {f.id(), num(2)}).ok());
   EXPECT_EQ(f.set(65560, num(3)), "ok");
   EXPECT_EQ(get<int>(f.tif(), 65560), 3);
 
   EXPECT_EQ(outcome(call("setField", {num(0), num(256), num(1)})), "badFileId()");
-  EXPECT_EQ(outcome(call("setField", {f.id, num(256)})), "wrongNumberOfInputs()");
+  EXPECT_EQ(outcome(call("setField", {f.id(), num(256)})), "wrongNumberOfInputs()");
 }
 
 }  // namespace tiffgate::testing

@@ -232,18 +232,4 @@ std::string compare_outputs(const embedded::CallResult& result, const std::vecto
   return {};
 }
 
-std::string outcome(const embedded::CallResult& result) {
-  if (result.ok()) return "ok";
-  const std::string& id = result.error->identifier;
-  std::string text = id.substr(id.rfind(':') + 1) + "(";
-  for (std::size_t i = 0; i < result.error->arguments.size(); ++i) {
-    const Quarn::MsgArg& a = result.error->arguments[i];
-    if (i) text += ", ";
-    if (const auto* n = boost::get<std::int64_t>(&a)) text += std::to_string(*n);
-    if (const auto* s = boost::get<std::string>(&a)) text += "'" + *s + "'";
-    if (boost::get<std::u16string>(&a)) text += "<utf-16>";
-  }
-  return text + ")";
-}
-
 }  // namespace tiffgate::testing

@@ -4,6 +4,7 @@
 /// out by hand the way the read commands must return it.
 
 #include "host/embedded/session.h"
+#include "support/tiff_files.h"
 
 #include <tiffio.h>
 
@@ -61,13 +62,5 @@ std::vector<Expected> pattern_chunk(const ImageSpec& spec, TIFF* tif, std::uint3
 /// Empty when the call's outputs have exactly these dimensions and bytes;
 /// otherwise what differs first.
 std::string compare_outputs(const embedded::CallResult& result, const std::vector<Expected>& expected);
-
-/// "ok" after a success, else the error as "kind(arguments)", e.g.
-/// "badStripNumber(3)" or "badDatatypeForSampleFormat('Uint', 'int8')".
-std::string outcome(const embedded::CallResult& result);
-
-/// The libtiff handle behind a file identifier, for tests that change the
-/// handle's state the way a host-side caller could not.
-inline TIFF* handle_of(const embedded::Array& id) { return reinterpret_cast<TIFF*>(id.at<std::uint64_t>(0)); }
 
 }  // namespace tiffgate::testing

@@ -1,6 +1,5 @@
 #include "support/tag_files.h"
 
-#include "gateway/text.h"
 #include "support/tiff_files.h"
 
 #include <cstring>
@@ -52,20 +51,6 @@ void patch_first_ifd_short(const std::string& path, std::uint16_t tag, std::uint
     return;
   }
   throw std::runtime_error("no such entry in the first directory");
-}
-
-std::string error_of(const embedded::CallResult& result) {
-  if (result.ok()) return "ok";
-  std::string text = result.error->identifier + "(";
-  const char* separator = "";
-  for (const Quarn::MsgArg& argument : result.error->arguments) {
-    text += separator;
-    separator = ", ";
-    if (const auto* narrow = boost::get<std::string>(&argument)) text += *narrow;
-    else if (const auto* wide = boost::get<std::u16string>(&argument)) text += utf16_to_utf8(*wide);
-    else text += std::to_string(boost::get<std::int64_t>(argument));
-  }
-  return text + ")";
 }
 
 }  // namespace tiffgate::testing

@@ -1,5 +1,7 @@
 #include "support/tiff_files.h"
 
+#include "gateway/text.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -95,6 +97,35 @@ std::vector<std::uint64_t> write_file_with_subifds(const std::string& path, int 
   toff_t* offsets = nullptr;
   if (!TIFFGetField(in, TIFFTAG_SUBIFD, &n, &offsets)) throw std::runtime_error("no SubIFD tag written");
   return std::vector<std::uint64_t>(offsets, offsets + n);
+}
+
+std::string outcome(const std::string& kind, const std::vector<Quarn::MsgArg>& arguments) {
+  std::string text = kind + "(";
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const Quarn::MsgArg& a = arguments[i];
+    if (i) text += ", ";
+    if (const auto* n = boost::get<std::int64_t>(&a)) text += std::to_string(*n);
+    if (const auto* narrow = boost::get<std::string>(&a)) text += "'" + *narrow + "'";
+    if (const auto* wide = boost::get<std::u16string>(&a)) text += "'" + utf16_to_utf8(*wide) + "'";
+  }
+  return text + ")";
+}
+
+namespace {
+
+std::string kind_of(const std::string& identifier) { return identifier.substr(identifier.rfind(':') + 1); }
+
+}  // namespace
+
+std::string outcome(const embedded::CallResult& result) {
+  if (result.ok()) return "ok";
+  return outcome(kind_of(result.error->identifier), result.error->arguments);
+}
+
+std::vector<std::string> warning_outcomes(const embedded::CallResult& result) {
+  std::vector<std::string> texts;
+  for (const embedded::Warning& w : result.warnings) texts.push_back(outcome(kind_of(w.identifier), w.arguments));
+  return texts;
 }
 
 embedded::Array open_file(const std::string& path, const char* mode) {

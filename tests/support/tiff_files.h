@@ -60,6 +60,25 @@ void write_multi_directory_file(const std::string& path, int count);
 /// SubIFD offsets as written.
 std::vector<std::uint64_t> write_file_with_subifds(const std::string& path, int subifds);
 
+/// The libtiff handle behind a file identifier, so that a test can check the
+/// module's work with libtiff itself, or change the handle's state the way
+/// a host-side caller could not.
+inline TIFF* handle_of(const embedded::Array& id) {
+  return reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(id.at<std::uint64_t>(0)));
+}
+
+/// "Quarn:imagesci:Tiff:<kind>", an identifier as the host sees it.
+inline std::string tiff_id(const std::string& kind) { return "Quarn:imagesci:Tiff:" + kind; }
+
+/// A call's outcome as text, so that a failing test shows it: "ok" after a
+/// success, else the error's kind and arguments, texts quoted:
+/// "badStripNumber(3)", "badExtraSamples('RGB', 3)".
+std::string outcome(const embedded::CallResult& result);
+/// The same text for a kind and its arguments, to compare with.
+std::string outcome(const std::string& kind, const std::vector<Quarn::MsgArg>& arguments);
+/// The call's warnings in the same form, in order.
+std::vector<std::string> warning_outcomes(const embedded::CallResult& result);
+
 /// Operands for the embedded host.
 inline embedded::Array num(double v) { return embedded::Array::scalar(v); }
 inline embedded::Array str(const std::string& s) { return embedded::Array::text(s); }

@@ -43,8 +43,6 @@ ModuleFile::~ModuleFile() {
   if (open_) embedded::call("close", {id_});
 }
 
-TIFF* ModuleFile::tif() const { return reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(id_.at<std::uint64_t>(0))); }
-
 embedded::CallResult ModuleFile::write(bool tiled, embedded::Array chunk, std::vector<embedded::Array> images) const {
   images.insert(images.begin(), {id_, std::move(chunk)});
   return embedded::call(tiled ? "writeEncodedTile" : "writeEncodedStrip", std::move(images));
@@ -169,23 +167,6 @@ Decoded tifffile_decode(const std::string& path) {
   for (std::size_t got; (got = std::fread(block, 1, sizeof block, pipe.get())) > 0;)
     decoded.bytes.insert(decoded.bytes.end(), block, block + got);
   return decoded;
-}
-
-std::string args_text(const Args& args) {
-  struct Show : boost::static_visitor<std::string> {
-    std::string operator()(const std::string& t) const { return '"' + t + '"'; }
-    std::string operator()(const std::u16string& t) const { return "u\"" + std::string(t.begin(), t.end()) + '"'; }
-    std::string operator()(std::int64_t i) const { return std::to_string(i); }
-  };
-  std::string text = "(";
-  for (const auto& a : args) text += (text.size() > 1 ? ", " : "") + boost::apply_visitor(Show(), a);
-  return text + ")";
-}
-
-std::vector<std::string> warning_texts(const embedded::CallResult& r) {
-  std::vector<std::string> texts;
-  for (const auto& w : r.warnings) texts.push_back(w.identifier + args_text(w.arguments));
-  return texts;
 }
 
 }  // namespace tiffgate::testing

@@ -40,7 +40,7 @@ class ModuleFile {
   ~ModuleFile();
   ModuleFile(const ModuleFile&) = delete;
   ModuleFile& operator=(const ModuleFile&) = delete;
-  TIFF* tif() const;
+  TIFF* tif() const { return handle_of(id_); }
   const embedded::Array& id() const { return id_; }
   /// "writeEncodedStrip" or "writeEncodedTile" with chunk number and arrays.
   embedded::CallResult write(bool tiled, embedded::Array chunk, std::vector<embedded::Array> images) const;
@@ -96,17 +96,6 @@ struct Decoded {
 };
 Decoded tifffile_decode(const std::string& path);
 
-/// Error and warning identifiers as the host sees them.
-inline std::string tiff_id(const std::string& kind) { return "Quarn:imagesci:Tiff:" + kind; }
 using Args = std::vector<Quarn::MsgArg>;
-/// Arguments as text, e.g. ("RGB", 3), so that a test failure shows them.
-std::string args_text(const Args& args);
-/// The identifier and arguments of a failed call, as text.
-inline std::string error_text(const embedded::CallResult& r) {
-  return r.error ? r.error->identifier + args_text(r.error->arguments) : "no error";
-}
-inline std::string kind_text(const std::string& kind, const Args& args) { return tiff_id(kind) + args_text(args); }
-/// The same for the warnings of a call, in order.
-std::vector<std::string> warning_texts(const embedded::CallResult& r);
 
 }  // namespace tiffgate::testing
