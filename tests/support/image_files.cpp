@@ -99,26 +99,9 @@ ChunkPlace chunk_place(TIFF* tif, std::uint32_t index) {
 
 void write_image(const std::string& path, const ImageSpec& s) {
   TiffHandle out(path, "w");
-  TIFFSetField(out, TIFFTAG_IMAGEWIDTH, s.width);
-  TIFFSetField(out, TIFFTAG_IMAGELENGTH, s.length);
-  TIFFSetField(out, TIFFTAG_BITSPERSAMPLE, s.bits);
-  TIFFSetField(out, TIFFTAG_SAMPLESPERPIXEL, s.samples);
-  TIFFSetField(out, TIFFTAG_SAMPLEFORMAT, s.format);
-  TIFFSetField(out, TIFFTAG_PLANARCONFIG, s.planar);
-  TIFFSetField(out, TIFFTAG_PHOTOMETRIC, s.photometric);
-  TIFFSetField(out, TIFFTAG_COMPRESSION, s.compression);
-  if (s.extraSamples) {
-    const std::vector<std::uint16_t> kinds(s.extraSamples, EXTRASAMPLE_UNASSALPHA);
-    TIFFSetField(out, TIFFTAG_EXTRASAMPLES, s.extraSamples, kinds.data());
-  }
-  if (s.photometric == PHOTOMETRIC_YCBCR)
-    TIFFSetField(out, TIFFTAG_YCBCRSUBSAMPLING, s.subsampling[0], s.subsampling[1]);
-  if (s.tileWidth) {
-    TIFFSetField(out, TIFFTAG_TILEWIDTH, s.tileWidth);
-    TIFFSetField(out, TIFFTAG_TILELENGTH, s.tileLength);
-  } else {
-    TIFFSetField(out, TIFFTAG_ROWSPERSTRIP, s.rowsPerStrip ? s.rowsPerStrip : s.length);
-  }
+  ImageSpec tags = s;
+  if (!tags.tileWidth && !tags.rowsPerStrip) tags.rowsPerStrip = tags.length;
+  set_image_tags(out, tags);
 
   const Tags t = tags_of(out);
   const bool tiled = s.tileWidth != 0;
@@ -171,9 +154,7 @@ void write_image(const std::string& path, const ImageSpec& s) {
   }
 }
 
-std::vector<Expected> libtiff_chunk(TIFF* tif, std::uint32_t index) {
-  const Tags t = tags_of(tif);
-  const ChunkPlace p = chunk_place(tif, index);
+std::vector<unsigned char> decoded_chunk(TIFF* tif, std::uint32_t index) {
   const bool tiled = TIFFIsTiled(tif);
   const tmsize_t size = tiled ? TIFFTileSize(tif) : TIFFStripSize(tif);
   std::vector<unsigned char> chunk(static_cast<std::size_t>(std::max<tmsize_t>(size, 0)));
@@ -181,6 +162,13 @@ std::vector<Expected> libtiff_chunk(TIFF* tif, std::uint32_t index) {
     TIFFReadEncodedTile(tif, index, chunk.data(), size);
   else
     TIFFReadEncodedStrip(tif, index, chunk.data(), size);
+  return chunk;
+}
+
+std::vector<Expected> libtiff_chunk(TIFF* tif, std::uint32_t index) {
+  const Tags t = tags_of(tif);
+  const ChunkPlace p = chunk_place(tif, index);
+  const std::vector<unsigned char> chunk = decoded_chunk(tif, index);
 
   const std::size_t es = t.element();
   auto element = [&](std::size_t offset) {

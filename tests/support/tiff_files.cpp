@@ -51,6 +51,30 @@ void set_basic_tags(TIFF* tif, std::uint32_t width, std::uint32_t length, std::u
   }
 }
 
+void set_image_tags(TIFF* tif, const ImageSpec& s) {
+  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, s.width);
+  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, s.length);
+  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, s.bits);
+  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, s.samples);
+  TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, s.format);
+  TIFFSetField(tif, TIFFTAG_PLANARCONFIG, s.planar);
+  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, s.photometric);
+  TIFFSetField(tif, TIFFTAG_COMPRESSION, s.compression);
+  if (s.extraSamples) {
+    const std::vector<std::uint16_t> kinds(s.extraSamples, EXTRASAMPLE_UNASSALPHA);
+    TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, s.extraSamples, kinds.data());
+  }
+  if (s.photometric == PHOTOMETRIC_YCBCR) TIFFSetField(tif, TIFFTAG_YCBCRSUBSAMPLING, s.subsampling[0], s.subsampling[1]);
+  if (s.tileWidth) {
+    TIFFSetField(tif, TIFFTAG_TILEWIDTH, s.tileWidth);
+    TIFFSetField(tif, TIFFTAG_TILELENGTH, s.tileLength);
+  } else if (s.rowsPerStrip) {
+    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, s.rowsPerStrip);
+  }
+  // A codec setting: the codec must have been chosen first.
+  if (s.jpegColorMode >= 0) TIFFSetField(tif, TIFFTAG_JPEGCOLORMODE, s.jpegColorMode);
+}
+
 void write_chunks(TIFF* tif, const std::function<std::uint8_t(std::uint32_t, std::size_t)>& fill) {
   const bool tiled = TIFFIsTiled(tif);
   const std::uint32_t count = tiled ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);

@@ -47,6 +47,22 @@ struct TiffHandle {
 void set_basic_tags(TIFF* tif, std::uint32_t width, std::uint32_t length, std::uint16_t bits = 8,
                     std::uint16_t samples = 1, std::uint32_t rowsPerStrip = 0, std::uint32_t tileSize = 0);
 
+/// The tags of a test image; stripped unless tileWidth is set.
+struct ImageSpec {
+  std::uint32_t width = 16, length = 16;
+  std::uint16_t bits = 8, samples = 1, format = SAMPLEFORMAT_UINT;
+  std::uint16_t planar = PLANARCONFIG_CONTIG, photometric = PHOTOMETRIC_MINISBLACK;
+  std::uint16_t compression = COMPRESSION_NONE;
+  std::uint32_t rowsPerStrip = 0;  ///< 0: not set, one strip
+  std::uint32_t tileWidth = 0, tileLength = 0;
+  std::uint16_t extraSamples = 0;         ///< trailing samples marked as unassociated alpha
+  std::uint16_t subsampling[2] = {2, 2};  ///< set for YCbCr only
+  int jpegColorMode = -1;                 ///< -1: not set
+};
+
+/// Sets the tags of spec with TIFFSetField, in an order libtiff takes.
+void set_image_tags(TIFF* tif, const ImageSpec& spec);
+
 /// Writes every strip or tile of the current directory filled with bytes
 /// from fill(chunk index, byte index).
 void write_chunks(TIFF* tif, const std::function<std::uint8_t(std::uint32_t, std::size_t)>& fill);

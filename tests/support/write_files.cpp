@@ -11,29 +11,6 @@
 
 namespace tiffgate::testing {
 
-void set_tags(TIFF* tif, const ImageTags& t) {
-  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, t.width);
-  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, t.length);
-  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, t.bits);
-  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, t.samples);
-  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, t.photometric);
-  TIFFSetField(tif, TIFFTAG_PLANARCONFIG, t.planar);
-  TIFFSetField(tif, TIFFTAG_COMPRESSION, t.compression);
-  TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, t.sampleFormat);
-  if (t.tile) {
-    TIFFSetField(tif, TIFFTAG_TILEWIDTH, t.tile);
-    TIFFSetField(tif, TIFFTAG_TILELENGTH, t.tile);
-  } else if (t.rowsPerStrip) {
-    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, t.rowsPerStrip);
-  }
-  if (t.extraSamples) {
-    const std::vector<std::uint16_t> kinds(t.extraSamples, EXTRASAMPLE_UNASSALPHA);
-    TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, t.extraSamples, kinds.data());
-  }
-  if (t.subsampling[0]) TIFFSetField(tif, TIFFTAG_YCBCRSUBSAMPLING, t.subsampling[0], t.subsampling[1]);
-  if (t.jpegColorMode >= 0) TIFFSetField(tif, TIFFTAG_JPEGCOLORMODE, t.jpegColorMode);
-}
-
 ModuleFile::ModuleFile(const std::string& path, const char* mode) : id_(open_file(path, mode)) {
   open_ = id_.at<std::uint64_t>(0) != 0;
   if (!open_) throw std::runtime_error("the module could not open " + path);
@@ -134,17 +111,6 @@ Comparison compare(const embedded::Array& got, const embedded::Array& expected) 
     result.largest = std::max(result.largest, difference);
   }
   return result;
-}
-
-std::vector<std::uint8_t> libtiff_chunk(const std::string& path, std::uint32_t chunk) {
-  TiffHandle in(path, "r");
-  const bool tiled = TIFFIsTiled(in);
-  const tmsize_t size = tiled ? TIFFTileSize(in) : TIFFStripSize(in);
-  std::vector<std::uint8_t> buffer(static_cast<std::size_t>(size));
-  const tmsize_t got = tiled ? TIFFReadEncodedTile(in, chunk, buffer.data(), size)
-                             : TIFFReadEncodedStrip(in, chunk, buffer.data(), size);
-  if (got < 0) throw std::runtime_error("libtiff could not decode chunk " + std::to_string(chunk));
-  return buffer;
 }
 
 Decoded tifffile_decode(const std::string& path) {

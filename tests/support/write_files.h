@@ -14,24 +14,6 @@
 
 namespace tiffgate::testing {
 
-/// Tags of a test image, set with TIFFSetField in a workable order.
-struct ImageTags {
-  std::uint32_t width = 16;
-  std::uint32_t length = 16;
-  std::uint16_t bits = 8;
-  std::uint16_t samples = 1;
-  std::uint16_t photometric = PHOTOMETRIC_MINISBLACK;
-  std::uint16_t planar = PLANARCONFIG_CONTIG;
-  std::uint16_t compression = COMPRESSION_NONE;
-  std::uint16_t sampleFormat = SAMPLEFORMAT_UINT;
-  std::uint32_t rowsPerStrip = 0;  ///< 0: not set
-  std::uint32_t tile = 0;          ///< tile width and length; 0: stripped
-  std::uint16_t extraSamples = 0;  ///< that many unassociated alpha samples
-  std::uint16_t subsampling[2] = {0, 0};  ///< YCbCr; {0, 0}: not set
-  int jpegColorMode = -1;          ///< -1: not set
-};
-void set_tags(TIFF* tif, const ImageTags& tags);
-
 /// A file opened through the module's "open"; tif() is its libtiff handle
 /// (the identifier's value), for setting tags directly.
 class ModuleFile {
@@ -83,9 +65,6 @@ struct Comparison {
   double largest = 0;
 };
 Comparison compare(const embedded::Array& got, const embedded::Array& expected);
-
-/// One chunk as libtiff alone decodes it (JPEG YCbCr stays raw).
-std::vector<std::uint8_t> libtiff_chunk(const std::string& path, std::uint32_t chunk);
 
 /// The image as tifffile decodes it: numpy dtype text, shape, C-order bytes
 /// (1-bit images as one byte per sample).
