@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -143,52 +144,91 @@ std::vector<Array> chunk_of(const Layout& l, const std::vector<Array>& image, co
   return {one};
 }
 
+/// Sets the layout's tags through setField and writes every chunk of the
+/// image through the write command; returns where each chunk lies.
+std::vector<ChunkPlace> write_layout(const ModuleFile& file, const Layout& l, const std::vector<Array>& image) {
+  std::vector<ChunkPlace> places;
+  for (const auto& [tag, value] : tags_of(l)) {
+    const CallResult r = file.set(tag, value);
+    EXPECT_TRUE(r.ok()) << "tag " << tag << ": " << outcome(r);
+    if (!r.ok()) return places;
+  }
+  const CallResult count = embedded::call(l.tile ? "numberOfTiles" : "numberOfStrips", {file.id()});
+  EXPECT_TRUE(count.ok()) << outcome(count);
+  for (std::uint32_t i = 0; count.ok() && i < count.out().number(); ++i) {
+    places.push_back(chunk_place(file.tif(), i));
+    const CallResult r = file.write(l.tile != 0, num(i), chunk_of(l, image, places.back()));
+    EXPECT_TRUE(r.ok()) << "chunk " << i << ": " << outcome(r);
+    EXPECT_TRUE(r.warnings.empty()) << "chunk " << i << ": " << r.warnings.front().message;
+  }
+  return places;
+}
+
+/// Reads every chunk of the current directory back through the read
+/// command and compares it with the image: class and shape exactly, values
+/// within the layout's tolerance.
+void read_layout(const ModuleFile& file, const Layout& l, const std::vector<Array>& image,
+                 const std::vector<ChunkPlace>& places) {
+  EXPECT_EQ(file.get(259).out().number(), l.compression);
+  const CallResult count = embedded::call(l.tile ? "numberOfTiles" : "numberOfStrips", {file.id()});
+  ASSERT_TRUE(count.ok()) << outcome(count);
+  ASSERT_EQ(count.out().number(), places.size());
+  double largest = 0;
+  for (std::uint32_t i = 0; i < places.size(); ++i) {
+    const CallResult r = embedded::call(l.tile ? "readEncodedTile" : "readEncodedStrip", {file.id(), num(i)},
+                                        l.ycbcr() ? 3 : 1);
+    ASSERT_TRUE(r.ok()) << "chunk " << i << ": " << outcome(r);
+    EXPECT_TRUE(r.warnings.empty()) << "chunk " << i << ": " << r.warnings.front().message;
+    const std::vector<Array> expected = chunk_of(l, image, places[i]);
+    ASSERT_EQ(r.outputs.size(), expected.size());
+    for (std::size_t k = 0; k < expected.size(); ++k) {
+      const Comparison c = compare(r.out(k), expected[k]);
+      ASSERT_EQ(c.mismatch, "") << "chunk " << i << ", output " << k;
+      largest = std::max(largest, c.largest);
+    }
+  }
+  EXPECT_LE(largest, l.tolerance);
+}
+
 TEST(image_round_trip, every_layout_written_and_read_through_the_module) {
   ScratchDir dir;
   for (const Layout& l : kLayouts) {
     SCOPED_TRACE(l.name);
     const std::string path = dir.path("round.tif");
     const std::vector<Array> image = image_of(l);
-    const char* count_command = l.tile ? "numberOfTiles" : "numberOfStrips";
     std::vector<ChunkPlace> places;
     {
       ModuleFile file(path);
-      for (const auto& [tag, value] : tags_of(l)) {
-        const CallResult r = file.set(tag, value);
-        ASSERT_TRUE(r.ok()) << "tag " << tag << ": " << outcome(r);
-      }
-      const CallResult count = embedded::call(count_command, {file.id()});
-      ASSERT_TRUE(count.ok()) << outcome(count);
-      for (std::uint32_t i = 0; i < count.out().number(); ++i) {
-        places.push_back(chunk_place(file.tif(), i));
-        const CallResult r = file.write(l.tile != 0, num(i), chunk_of(l, image, places.back()));
-        ASSERT_TRUE(r.ok()) << "chunk " << i << ": " << outcome(r);
-        EXPECT_TRUE(r.warnings.empty()) << "chunk " << i << ": " << r.warnings.front().message;
-      }
+      places = write_layout(file, l, image);
       file.close();
     }
-
-    ModuleFile file(path, "r");
-    EXPECT_EQ(file.get(259).out().number(), l.compression);
-    const CallResult count = embedded::call(count_command, {file.id()});
-    ASSERT_TRUE(count.ok()) << outcome(count);
-    ASSERT_EQ(count.out().number(), places.size());
-    double largest = 0;
-    for (std::uint32_t i = 0; i < places.size(); ++i) {
-      const CallResult r = embedded::call(l.tile ? "readEncodedTile" : "readEncodedStrip", {file.id(), num(i)},
-                                          l.ycbcr() ? 3 : 1);
-      ASSERT_TRUE(r.ok()) << "chunk " << i << ": " << outcome(r);
-      EXPECT_TRUE(r.warnings.empty()) << "chunk " << i << ": " << r.warnings.front().message;
-      const std::vector<Array> expected = chunk_of(l, image, places[i]);
-      ASSERT_EQ(r.outputs.size(), expected.size());
-      for (std::size_t k = 0; k < expected.size(); ++k) {
-        const Comparison c = compare(r.out(k), expected[k]);
-        ASSERT_EQ(c.mismatch, "") << "chunk " << i << ", output " << k;
-        largest = std::max(largest, c.largest);
-      }
-    }
-    EXPECT_LE(largest, l.tolerance);
+    read_layout(ModuleFile(path, "r"), l, image, places);
   }
+}
+
+// The same layouts as the directories of one file, written one after the
+// other with writeDirectory: no codec setting or tag of one directory may
+// leak into the next.
+TEST(image_round_trip, every_layout_as_a_directory_of_one_file) {
+  ScratchDir dir;
+  const std::string path = dir.path("all.tif");
+  std::vector<std::vector<ChunkPlace>> places;
+  {
+    ModuleFile file(path);
+    for (const Layout& l : kLayouts) {
+      SCOPED_TRACE(l.name);
+      places.push_back(write_layout(file, l, image_of(l)));
+      ASSERT_EQ(outcome(embedded::call("writeDirectory", {file.id()})), "ok");
+    }
+    file.close();
+  }
+  ModuleFile file(path, "r");
+  for (std::size_t d = 0; d < std::size(kLayouts); ++d) {
+    SCOPED_TRACE(kLayouts[d].name);
+    ASSERT_EQ(outcome(embedded::call("setDirectory", {file.id(), num(static_cast<double>(d))})), "ok");
+    read_layout(file, kLayouts[d], image_of(kLayouts[d]), places[d]);
+  }
+  EXPECT_EQ(embedded::call("lastDirectory", {file.id()}).out().number(), 1);
 }
 
 // JPEGColorMode RGB: libtiff takes one RGB image and stores it as YCbCr;

@@ -464,6 +464,33 @@ TEST(SetField, CodecSettingsAndReservations) {
   }
 }
 
+// A file opened for update: tags set on its directory and rewritten with
+// rewriteDirectory read back, and its image data stays as it was.
+TEST(SetField, UpdatedDirectoryReadsBack) {
+  ScratchDir dir;
+  const std::string path = dir.path("update.tif");
+  {
+    TiffHandle out(path, "w");
+    set_basic_tags(out, 8, 4);
+    TIFFSetField(out, TIFFTAG_IMAGEDESCRIPTION, "old");
+    write_chunks(out, [](std::uint32_t, std::size_t i) { return static_cast<std::uint8_t>(3 * i); });
+  }
+  {
+    GatewayFile f(path, "r+");
+    f.set_all({{270, str("a longer description")}, {305, str("tiffgate")}, {282, num(300)}});
+    ASSERT_EQ(outcome(call("rewriteDirectory", {f.id()})), "ok");
+  }
+  GatewayFile f(path, "r");
+  EXPECT_EQ(f.file.get(270).out().utf8(), "a longer description");
+  EXPECT_EQ(f.file.get(305).out().utf8(), "tiffgate");
+  EXPECT_EQ(read_back(f, 282), 300);
+  const embedded::CallResult strip = call("readEncodedStrip", {f.id(), num(0)});
+  ASSERT_EQ(outcome(strip), "ok");
+  ASSERT_EQ(strip.out().dims(), (Array::Dims{4, 8}));
+  for (std::size_t r = 0; r < 4; ++r)  // byte r * 8 + c of the strip, column-major
+    for (std::size_t c = 0; c < 8; ++c) EXPECT_EQ(strip.out().number(r + 4 * c), 3 * (r * 8 + c)) << r << ", " << c;
+}
+
 // A file opened for reading takes the four codec settings and nothing else,
 // not even a tag number that no table knows.
 TEST(SetField, ReadOnlyFilesTakeOnlyCodecSettings) {
