@@ -40,7 +40,6 @@ struct Layout {
   double tolerance = 0;              ///< the largest difference allowed (JPEG)
 
   bool ycbcr() const { return photometric == YCC; }
-  std::size_t planes() const { return ycbcr() ? 1 : samples; }
 };
 
 const Layout kLayouts[] = {
@@ -99,13 +98,14 @@ Tags tags_of(const Layout& l) {
 }
 
 /// Sample k of image pixel (row, column): bit patterns that reach the sign
-/// and the high bytes, halves for floating point, a smooth ramp for JPEG.
+/// and the high bytes, signed halves for floating point, a smooth ramp for
+/// JPEG.
 double sample(const Layout& l, std::size_t row, std::size_t column, std::size_t k) {
   if (l.bits == 1) return (row * 7 + column * 3 + k) % 5 < 2;
   if (l.compression == JPEG) return static_cast<double>(row * 2 + column + k * 40);
   const std::uint64_t mixed = (row * 1000003ull + column * 7919ull + k * 104729ull + 12345) * 0x9E3779B97F4A7C15ull;
-  if (l.format == F) return static_cast<double>(static_cast<std::int32_t>(mixed >> 40) % 100000) / 2;
-  const std::uint64_t value = l.bits == 64 ? mixed >> 11 : mixed >> (64 - l.bits);
+  if (l.format == F) return (static_cast<double>((mixed >> 40) % 100000) - 50000) / 2;
+  const std::uint64_t value = mixed >> (64 - l.bits);  // integers have at most 32 bits
   if (l.format == I) return static_cast<double>(value) - std::ldexp(1.0, l.bits - 1);
   return static_cast<double>(value);
 }
