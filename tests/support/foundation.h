@@ -35,6 +35,12 @@ Raised raised(F&& f) {
 }
 
 std::vector<unsigned char> file_bytes(const std::string& path);
+void write_file_bytes(const std::string& path, const std::vector<unsigned char>& bytes);
+
+/// Where the 12-byte entry of `tag` starts in the first directory of a
+/// classic little-endian TIFF file's bytes (what libtiff writes on this
+/// machine). Throws when the bytes are not such a file or lack the entry.
+std::size_t first_ifd_entry(const std::vector<unsigned char>& bytes, std::uint16_t tag);
 
 /// A file of `count` stripped 8 x 2 grey directories in which directory
 /// `tagged` (0-based) also carries private tag 65000, which no reader knows.
