@@ -166,7 +166,8 @@ std::vector<ChunkPlace> write_layout(const ModuleFile& file, const Layout& l, co
 
 /// Reads every chunk of the current directory back through the read
 /// command and compares it with the image: class and shape exactly, values
-/// within the layout's tolerance.
+/// within the layout's tolerance. The chunk numbers agree with the index
+/// commands.
 void read_layout(const ModuleFile& file, const Layout& l, const std::vector<Array>& image,
                  const std::vector<ChunkPlace>& places) {
   EXPECT_EQ(file.get(259).out().number(), l.compression);
@@ -175,11 +176,21 @@ void read_layout(const ModuleFile& file, const Layout& l, const std::vector<Arra
   ASSERT_EQ(count.out().number(), places.size());
   double largest = 0;
   for (std::uint32_t i = 0; i < places.size(); ++i) {
+    // The chunk that computeStrip or computeTile names for its last pixel,
+    // 1-based.
+    const ChunkPlace& p = places[i];
+    const double row = p.row0 + p.rows - 1, column = p.column0 + p.columns - 1;
+    std::vector<Array> where = {file.id(), l.tile ? Array::row({row, column}) : num(row)};
+    if (l.planar == S) where.push_back(num(p.plane));
+    const CallResult at = embedded::call(l.tile ? "computeTile" : "computeStrip", where);
+    ASSERT_EQ(outcome(at), "ok") << "chunk " << i;
+    EXPECT_EQ(at.out().number(), i + 1) << "chunk " << i;
+
     const CallResult r = embedded::call(l.tile ? "readEncodedTile" : "readEncodedStrip", {file.id(), num(i)},
                                         l.ycbcr() ? 3 : 1);
     ASSERT_TRUE(r.ok()) << "chunk " << i << ": " << outcome(r);
     EXPECT_TRUE(r.warnings.empty()) << "chunk " << i << ": " << r.warnings.front().message;
-    const std::vector<Array> expected = chunk_of(l, image, places[i]);
+    const std::vector<Array> expected = chunk_of(l, image, p);
     ASSERT_EQ(r.outputs.size(), expected.size());
     for (std::size_t k = 0; k < expected.size(); ++k) {
       const Comparison c = compare(r.out(k), expected[k]);
