@@ -347,9 +347,9 @@ TEST(SetField, RefusalsNameTheirKindAndChangeNothing) {
   }
 }
 
-// Ink tags of a Separated image, a palette and a tiled bilevel image.
+// Ink tags of a Separated image, a palette, and tiled and Group 3 bilevel images.
 TEST(SetField, InkColourMapAndBilevelRoundTrips) {
-  GatewayFile cmyk, palette, fax;
+  GatewayFile cmyk, palette, fax, fax3;
   round_trip(cmyk, {{262, num(5), "1<5>"}, {258, num(8), "5<8 8 8 8 8>"}, {277, num(5), "1<5>"},
                     {338, Array::row({2}), "1<2>"}, {334, num(4), "1<4>"}, {332, num(1), "1<1>"},
                     {333, cells({str("C"), str("M"), str("Y"), str("K")}), "8<C\\0M\\0Y\\0K\\0>"},
@@ -372,6 +372,8 @@ TEST(SetField, InkColourMapAndBilevelRoundTrips) {
                    {259, num(4), "1<4>"}, {293, num(0), "1<0>"}, {263, num(2), "1<2>"}, {256, num(32), "1<32>"},
                    {257, num(32), "1<32>"}, {322, num(16), "1<16>"}, {323, num(32), "1<32>"},
                    {340, num(0), "1<00>"}, {341, Array::row({1}), "1<0x1>"}});
+  round_trip(fax3, {{262, num(0), "1<0>"}, {259, num(3), "1<3>"}, {292, num(5), "1<5>"}, {256, num(32), "1<32>"},
+                    {257, num(8), "1<8>"}});
 }
 
 // SMinSampleValue and SMaxSampleValue through the conversion of each sample
