@@ -38,13 +38,14 @@ struct Layout {
   std::uint32_t rowsPerStrip, tile;  ///< tiled when tile is non-zero
   std::uint16_t h = 1, v = 1;        ///< YCbCr subsampling
   double tolerance = 0;              ///< the largest difference allowed (JPEG)
+  std::uint32_t tileLength = 0;      ///< 0: tiles as long as they are wide
 
   bool ycbcr() const { return photometric == YCC; }
 };
 
 const Layout kLayouts[] = {
     // name, class, width, length, photometric, bits, samples, extra, format, planar, compression,
-    // rows per strip, tile[, h, v, tolerance]
+    // rows per strip, tile[, h, v, tolerance, tile length]
     {"uint8 grey, short last strip", zvUINT8_CLASS, 17, 23, GREY, 8, 1, 0, U, C, NONE, 5, 0},
     {"int8 grey, LZW", zvINT8_CLASS, 19, 7, GREY, 8, 1, 0, I, C, LZW, 3, 0},
     {"uint8 RGBA planes, LZW", zvUINT8_CLASS, 13, 10, RGB, 8, 4, 1, U, S, LZW, 4, 0},
@@ -60,9 +61,18 @@ const Layout kLayouts[] = {
     {"1-bit, 21 wide", zvLOGICAL_CLASS, 21, 13, GREY, 1, 1, 0, U, C, NONE, 5, 0},
     {"1-bit G4, 130 wide", zvLOGICAL_CLASS, 130, 9, WHITE, 1, 1, 0, U, C, G4, 4, 0},
     {"1-bit partial tiles, PackBits", zvLOGICAL_CLASS, 35, 20, GREY, 1, 1, 0, U, C, PACKBITS, 0, 16},
+    {"uint16 grey, tiles longer than wide", zvUINT16_CLASS, 37, 50, GREY, 16, 1, 0, U, C, NONE, 0, 16, 1, 1, 0, 32},
+    {"1-bit, tiles wider than long", zvLOGICAL_CLASS, 70, 20, GREY, 1, 1, 0, U, C, NONE, 0, 48, 1, 1, 0, 16},
     {"YCbCr 2x2, odd edges", zvUINT8_CLASS, 15, 9, YCC, 8, 3, 0, U, C, NONE, 4, 0, 2, 2},
     {"YCbCr 2x1, odd edges, LZW", zvUINT8_CLASS, 15, 5, YCC, 8, 3, 0, U, C, LZW, 3, 0, 2, 1},
     {"YCbCr 2x2 partial tiles", zvUINT8_CLASS, 31, 17, YCC, 8, 3, 0, U, C, NONE, 0, 16, 2, 2},
+    {"YCbCr 4x4, odd edges", zvUINT8_CLASS, 17, 13, YCC, 8, 3, 0, U, C, NONE, 8, 0, 4, 4},
+    {"YCbCr 4x2, odd edges", zvUINT8_CLASS, 17, 13, YCC, 8, 3, 0, U, C, NONE, 4, 0, 4, 2},
+    {"YCbCr 1x1", zvUINT8_CLASS, 17, 13, YCC, 8, 3, 0, U, C, NONE, 4, 0, 1, 1},
+    {"YCbCr 1x2, odd edges", zvUINT8_CLASS, 17, 13, YCC, 8, 3, 0, U, C, NONE, 4, 0, 1, 2},
+    {"YCbCr 2x2, 16-bit", zvUINT16_CLASS, 15, 9, YCC, 16, 3, 0, U, C, NONE, 4, 0, 2, 2},
+    {"YCbCr 2x2, strips of 3 rows", zvUINT8_CLASS, 15, 9, YCC, 8, 3, 0, U, C, NONE, 3, 0, 2, 2},
+    {"YCbCr 2x2, tiles longer than wide, LZW", zvUINT8_CLASS, 31, 37, YCC, 8, 3, 0, U, C, LZW, 0, 16, 2, 2, 0, 32},
     {"JPEG grey", zvUINT8_CLASS, 48, 32, GREY, 8, 1, 0, U, C, JPEG, 16, 0, 1, 1, 3},
     {"JPEG RGB, partial tiles", zvUINT8_CLASS, 40, 40, RGB, 8, 3, 0, U, C, JPEG, 0, 16, 1, 1, 3},
     {"JPEG YCbCr 2x2, partial tiles", zvUINT8_CLASS, 47, 40, YCC, 8, 3, 0, U, C, JPEG, 0, 16, 2, 2, 3},
@@ -86,7 +96,7 @@ Tags tags_of(const Layout& l) {
   if (l.ycbcr()) tags.push_back({530, Array::row({double(l.h), double(l.v)})});
   if (l.tile) {
     tags.push_back({322, num(l.tile)});
-    tags.push_back({323, num(l.tile)});
+    tags.push_back({323, num(l.tileLength ? l.tileLength : l.tile)});
   } else {
     tags.push_back({278, num(l.rowsPerStrip)});
   }
