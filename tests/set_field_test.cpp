@@ -134,7 +134,8 @@ void round_trip(GatewayFile& f, const std::vector<Written>& rows) {
 
 }  // namespace
 
-// Every tag of the plain shapes, and the RGB colour tags.
+// Every tag of the plain shapes, and the RGB colour tags; text goes to the
+// file as UTF-8 ("Zoë": 4 bytes and the terminator) and comes back whole.
 TEST(SetField, RoundTripsThroughTheFile) {
   std::vector<double> curve(3 * 256), table(3 * 256);  // the curve as set, and as truncated to uint16
   for (std::size_t i = 0; i < curve.size(); ++i) {
@@ -152,7 +153,7 @@ TEST(SetField, RoundTripsThroughTheFile) {
       {286, num(1.5), "1<1.5>"}, {287, num(0.25), "1<0.25>"}, {296, num(3), "1<3>"},
       {297, Array::row({2, 9}), "2<2 9>"}, {301, Array::of(zvDOUBLE_CLASS, {256, 3}, curve), "768<0 85 170 255 ", Array::of(zvDOUBLE_CLASS, {256, 3}, table)},
       {305, str("tiffgate"), "9<tiffgate\\0>"}, {306, str("2024:05:06 07:08"), "20<2024:05:06 07:08   \\0>", str("2024:05:06 07:08   ")},
-      {315, str("artist"), "7<artist\\0>"}, {316, str("host"), "5<host\\0>"}, {317, num(2), "1<2>"},
+      {315, str("Zo\u00eb"), "5<Zo"}, {316, str("host"), "5<host\\0>"}, {317, num(2), "1<2>"},
       {318, Array::row({0.3127, 0.329}), "2<0.3127 0.329>"},
       {319, Array::row({0.64, 0.33, 0.3, 0.6, 0.15, 0.06}), "6<0.64 0.33 0.3 0.6 0.15 0.06>"},
       {321, Array::row({16, 240}), "2<16 240>"}, {339, num(1), "3<1 1 1>"}, {340, num(3.9), "3<0x3 0x3 0x3>", num(3)},
