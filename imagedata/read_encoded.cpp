@@ -76,7 +76,7 @@ void check_read_configuration(const ImageLayout& layout) {
     if (layout.jpegColorMode == JPEGCOLORMODE_RGB) raise(Tiff::readWithJpegColorModeRGB());
   }
   // -1, the codec's "not set up" value, is caught by the unsigned comparison.
-  if ((layout.photometric == PHOTOMETRIC_LOGL || layout.photometric == PHOTOMETRIC_LOGLUV) &&
+  if (is_log_luv(layout.photometric) &&
       static_cast<std::uint32_t>(layout.sgiLogDataFmt) > SGILOGDATAFMT_8BIT)
     raise(Tiff::luvCodecNotSet());
 }

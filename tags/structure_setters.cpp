@@ -4,6 +4,7 @@
 
 #include "gateway/convert.h"
 #include "gateway/errors.h"
+#include "imagedata/layout.h"
 #include "tags/tag_checks.h"
 #include "tags/tag_names.h"
 #include "tags/tag_read.h"
@@ -13,10 +14,6 @@
 namespace tiffgate::detail {
 
 namespace {
-
-bool is_log_luv(std::uint16_t photometric) {
-  return photometric == PHOTOMETRIC_LOGL || photometric == PHOTOMETRIC_LOGLUV;
-}
 
 /// ColorMap or TransferFunction is set: tables that libtiff sized by the
 /// BitsPerSample of the moment and never resizes.
