@@ -2,8 +2,9 @@
 /// Test support for the write commands and the round trips: files created
 /// through the module (tags set through it or with libtiff directly), host
 /// arrays filled from a function or cut from another, the comparison of a
-/// value read back with the one written, and two independent decoders of
-/// what was written (libtiff alone, and tifffile under /usr/bin/python3).
+/// value read back with the one written, and tifffile's decode (under
+/// /usr/bin/python3) of what was written; libtiff's own is decoded_chunk in
+/// image_files.h.
 
 #include "support/tiff_files.h"
 
