@@ -72,10 +72,10 @@ const CatalogueEntry kCatalogue[] = {
     {"Quarn:imagesci:Tiff:badThresholdingValue", "Bad Threshholding value {1}."},
     {"Quarn:imagesci:Tiff:badPlanarConfigurationValue", "Bad PlanarConfiguration value {1}."},
     {"Quarn:imagesci:Tiff:badPhotometricPlanarConfigurationCombination", "The PhotometricInterpretation and PlanarConfiguration values do not go together."},
-    {"Quarn:imagesci:Tiff:badTransferFunctionSize", "The TransferFunction must be {1}x{2} for BitsPerSample {3} and {4} samples per pixel."},
+    {"Quarn:imagesci:Tiff:badTransferFunctionSize", "The TransferFunction must be {3}x{4} for BitsPerSample {1} and SamplesPerPixel {2}."},
     {"Quarn:imagesci:Tiff:badSMinMaxValueForBiLevelImage", "{1} must be 0 or 1 for a bilevel image."},
     {"Quarn:imagesci:Tiff:badSampleFormatBitsPerSampleCombination", "SampleFormat {1} does not go with BitsPerSample {2}."},
-    {"Quarn:imagesci:Tiff:badColorMap", "The ColorMap must be {1}x{2}."},
+    {"Quarn:imagesci:Tiff:badColorMap", "The ColorMap must be a {1}x3 double array for BitsPerSample {2}."},
     {"Quarn:imagesci:Tiff:colorMapValuesNotNormalized", "ColorMap values must lie between 0 and 1."},
 
     // Image layout and write configuration
@@ -120,7 +120,7 @@ const CatalogueEntry kCatalogue[] = {
     {"Quarn:imagesci:Tiff:stripNumberTooLarge", "Strip number too large: the image has {1} strips."},
     {"Quarn:imagesci:Tiff:tileNumberTooLarge", "Tile number too large: the image has {1} tiles."},
     {"Quarn:imagesci:Tiff:tooManyBytes", "Strip or tile {1} takes {3} bytes, more than the {2} bytes available."},
-    {"Quarn:imagesci:Tiff:imageDepthStrippedLayoutMismatch", "The image depth does not match its stripped layout of {1} strips."},
+    {"Quarn:imagesci:Tiff:imageDepthStrippedLayoutMismatch", "ImageDepth {1} does not fit a stripped layout."},
     {"Quarn:imagesci:Tiff:readWithJpegColorModeRGB", "YCbCr JPEG data cannot be read raw while JPEGColorMode is RGB."},
     {"Quarn:imagesci:Tiff:imageReadErrorRGBA", "Unable to read the image as RGBA."},
     {"Quarn:imagesci:Tiff:stripReadErrorRGBA", "Unable to read strip {1} as RGBA."},

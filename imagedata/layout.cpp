@@ -55,7 +55,7 @@ void readImageLayout(TIFF* tif, ImageLayout& layout) {
     if (layout.compression == COMPRESSION_JPEG)
       TIFFGetField(tif, TIFFTAG_JPEGCOLORMODE, &layout.jpegColorMode, &layout.jpegColorMode);
   }
-  if (layout.photometric == PHOTOMETRIC_LOGL || layout.photometric == PHOTOMETRIC_LOGLUV)
+  if (is_log_luv(layout.photometric))
     get_tag_checked(tif, TIFFTAG_SGILOGDATAFMT, "SgiLogDataFmt", &layout.sgiLogDataFmt);
 
   layout.mode = TIFFGetMode(tif);

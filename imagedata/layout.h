@@ -33,6 +33,10 @@ struct ImageLayout {
   std::uint16_t ycbcrSubsampling[2] = {0, 0};  ///< horizontal, vertical; YCbCr only
 };
 
+/// LogL or LogLuv (32844, 32845): SamplesPerPixel and the sample type come
+/// from the SGILogDataFmt codec setting, not from the tags.
+constexpr bool is_log_luv(std::uint16_t photometric) { return photometric == 32844 || photometric == 32845; }
+
 /// Fills layout from the current directory of tif, in a fixed order of
 /// libtiff calls; raises tagRetrievalFailed or illegalPlanarConfiguration.
 void readImageLayout(TIFF* tif, ImageLayout& layout);

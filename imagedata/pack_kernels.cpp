@@ -8,8 +8,6 @@
 namespace tiffgate::detail {
 namespace {
 
-std::size_t ceil_div(std::size_t a, std::size_t b) { return a / b + (a % b != 0); }
-
 // Chunk sizes saturate instead of wrapping: a wrapped size could pass for a
 // small buffer that the kernel would then overrun.
 std::size_t product(std::initializer_list<std::size_t> factors) {

@@ -10,6 +10,8 @@
 /// *_chunk_bytes function names, and that rows and columns do not exceed the
 /// source array or the chunk.
 
+#include "imagedata/kernel_shapes.h"
+
 #include <cstddef>
 
 namespace tiffgate::detail {
@@ -57,11 +59,6 @@ std::size_t bit_row_bytes(std::size_t width, std::size_t samples);
 std::size_t bit_chunk_bytes(std::size_t width, std::size_t length, std::size_t samples);
 
 // --- raw subsampled YCbCr: units of h x v luma samples, then Cb and Cr ---
-
-struct Subsampling {
-  std::size_t horizontal = 1;  ///< h, at least 1
-  std::size_t vertical = 1;    ///< v, at least 1
-};
 
 /// Unit (ur, uc) holds Y rows ur * v .. ur * v + v - 1 and columns uc * h ..
 /// uc * h + h - 1 in row order, then Cb(ur, uc) and Cr(ur, uc). A unit

@@ -2,6 +2,7 @@
 #include "gateway/convert.h"
 #include "gateway/errors.h"
 #include "gateway/handlers.h"
+#include "imagedata/chunk_buffer.h"
 #include "imagedata/layout.h"
 #include "imagedata/memory_limit.h"
 #include "imagedata/unpack_kernels.h"
@@ -12,13 +13,11 @@
 #include <cstdint>  // INT64_MAX, UINT64_MAX
 #include <cstdlib>
 #include <iterator>
-#include <memory>
-#include <new>
 
 namespace tiffgate {
 namespace {
 
-using detail::Int;
+using namespace detail;
 
 // --- host class of the samples -------------------------------------------
 
@@ -70,9 +69,6 @@ zvClassID sample_class(const ImageLayout& layout) {
   return cell.cls;
 }
 
-/// Bytes per element for 8, 16, 32 and 64-bit samples; 0 for other depths.
-std::size_t element_size(std::uint16_t bits) { return bits % 8 == 0 ? bits / 8u : 0; }
-
 // --- configuration and geometry ------------------------------------------
 
 void check_read_configuration(const ImageLayout& layout) {
@@ -82,7 +78,7 @@ void check_read_configuration(const ImageLayout& layout) {
     if (layout.jpegColorMode == JPEGCOLORMODE_RGB) raise(Tiff::readWithJpegColorModeRGB());
   }
   // -1, the codec's "not set up" value, is caught by the unsigned comparison.
-  if ((layout.photometric == PHOTOMETRIC_LOGL || layout.photometric == PHOTOMETRIC_LOGLUV) &&
+  if (is_log_luv(layout.photometric) &&
       static_cast<std::uint32_t>(layout.sgiLogDataFmt) > SGILOGDATAFMT_8BIT)
     raise(Tiff::luvCodecNotSet());
 }
@@ -93,28 +89,7 @@ std::size_t remaining(std::uint64_t total, std::uint64_t used, std::uint64_t lim
   return static_cast<std::size_t>(std::min(total > used ? total - used : 0, limit));
 }
 
-/// A zero-filled chunk buffer of libtiff's chunk size (empty when libtiff
-/// could not compute one). calloc rather than a vector: a large buffer comes
-/// zeroed from the system without being written page by page. Sizes beyond
-/// memory were refused before (check_chunk_fits); an allocation that fails
-/// all the same is bad_alloc.
-class ChunkBuffer {
- public:
-  explicit ChunkBuffer(tmsize_t size)
-      : size_(static_cast<std::size_t>(std::max<tmsize_t>(size, 0))),
-        data_(static_cast<unsigned char*>(std::calloc(std::max<std::size_t>(size_, 1), 1))) {
-    if (!data_) throw std::bad_alloc();
-  }
-  unsigned char* data() const { return data_.get(); }
-  std::size_t size() const { return size_; }
-
- private:
-  struct Free {
-    void operator()(unsigned char* p) const noexcept { std::free(p); }
-  };
-  std::size_t size_;
-  std::unique_ptr<unsigned char, Free> data_;
-};
+using detail::ChunkBuffer;
 
 /// Refuses a chunk whose buffer and host array would not fit in memory
 /// together (see memory_limit.h), telling the bytes they would take and
@@ -142,12 +117,12 @@ void store_ycbcr(zvArray* outputs[], const ImageLayout& layout, zvClassID cls,
   // A zero factor leaves no data unit to describe the chunk.
   if (factors.horizontal == 0 || factors.vertical == 0) raise(Tiff::unsupportedYCbCrConfiguration());
   // Units are whole elements, so a 1-bit YCbCr image has no kernel.
-  const YCbCrUnpacker unpack = ycbcr_unpacker(element_size(layout.bitsPerSample));
+  const YCbCrUnpacker unpack = ycbcr_unpacker(element_bytes(layout.bitsPerSample));
   if (unpack == nullptr) raise(Tiff::unhandledBitsPerSample(layout.bitsPerSample));
 
   const std::size_t lumaDims[2] = {shape.rows, shape.columns};
-  const std::size_t chromaDims[2] = {chroma_extent(shape.rows, factors.vertical),
-                                     chroma_extent(shape.columns, factors.horizontal)};
+  const std::size_t chromaDims[2] = {ceil_div(shape.rows, factors.vertical),
+                                     ceil_div(shape.columns, factors.horizontal)};
   zvArray* y = zvCreateUninitNumericArray(2, lumaDims, cls);
   zvArray* cb = zvCreateUninitNumericArray(2, chromaDims, cls);
   zvArray* cr = zvCreateUninitNumericArray(2, chromaDims, cls);
@@ -171,7 +146,7 @@ void store_chunk(zvArray* outputs[], const ImageLayout& layout, zvClassID cls,
   if (layout.bitsPerSample == 1) {
     unpack_bits(chunk.data(), chunk.size(), shape, zvGetLogicals(out));
   } else {
-    const ElementUnpacker unpack = element_unpacker(element_size(layout.bitsPerSample));
+    const ElementUnpacker unpack = element_unpacker(element_bytes(layout.bitsPerSample));
     if (unpack == nullptr) raise(Tiff::unhandledBitsPerSample(layout.bitsPerSample));
     unpack(chunk.data(), chunk.size(), shape, zvGetData(out));
   }

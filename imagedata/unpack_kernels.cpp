@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-namespace tiffgate {
+namespace tiffgate::detail {
 namespace {
 
 /// One element of the chunk; memcpy because the buffer holds bytes.
@@ -62,9 +62,9 @@ void unpack_ycbcr(const unsigned char* chunk, std::size_t bytes, const ChunkShap
   T* cb = static_cast<T*>(cbPlane);
   T* cr = static_cast<T*>(crPlane);
   const std::size_t h = f.horizontal, v = f.vertical, m = shape.rows, n = shape.columns;
-  const std::size_t cm = chroma_extent(m, v), cn = chroma_extent(n, h);
+  const std::size_t cm = ceil_div(m, v), cn = ceil_div(n, h);
   const std::size_t lumaPerUnit = h * v, unit = (lumaPerUnit + 2) * sizeof(T);
-  const std::size_t stride = chroma_extent(shape.width, h) * unit;  // units per chunk row, rounded up
+  const std::size_t stride = ceil_div(shape.width, h) * unit;  // units per chunk row, rounded up
   const std::size_t kept = readable_rows(bytes, stride, cn * unit, cm);
   for (std::size_t ur = 0; ur < kept; ++ur) {
     const unsigned char* src = chunk + ur * stride;
@@ -120,4 +120,4 @@ void unpack_bits(const unsigned char* chunk, std::size_t bytes, const ChunkShape
   zero_rows(out, m, n * spc, kept);
 }
 
-}  // namespace tiffgate
+}  // namespace tiffgate::detail

@@ -2,6 +2,7 @@
 #include "gateway/convert.h"
 #include "gateway/errors.h"
 #include "gateway/handlers.h"
+#include "imagedata/chunk_buffer.h"
 #include "imagedata/layout.h"
 #include "imagedata/pack_kernels.h"
 #include "imagedata/write_config.h"
@@ -10,7 +11,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <vector>
 
 namespace tiffgate {
 namespace {
@@ -62,16 +62,10 @@ detail::HostView view_of(const zvArray* image) {
   return {static_cast<const unsigned char*>(zvGetData(image)), dims[0], dims[1], planes};
 }
 
-/// Bytes per sample of the element and YCbCr packers; 0 for a depth they
-/// cannot move.
-std::size_t element_bytes(std::uint16_t bits) {
-  return bits == 8 || bits == 16 || bits == 32 || bits == 64 ? bits / 8u : 0;
-}
-
 /// Cuts the data to the chunk (with a warning for each cut, rows first) and
 /// packs it into the zero-filled buffer.
 void fit_and_pack(const ChunkKind& kind, const ImageLayout& layout, const zvArray* const images[],
-                  std::uint32_t chunk, std::vector<unsigned char>& buffer) {
+                  std::uint32_t chunk, const detail::ChunkBuffer& buffer) {
   const std::size_t width = layout.chunkWidth;
   const std::size_t length = layout.chunkLength;
   const std::size_t* dims = zvGetDimensions(images[0]);
@@ -90,7 +84,7 @@ void fit_and_pack(const ChunkKind& kind, const ImageLayout& layout, const zvArra
   // libtiff sizes the chunk; a size it could not compute (0, or less than
   // the layout implies, as for an odd subsampling) is a chunk it cannot write.
   const auto require = [&](std::size_t bytes) {
-    if (buffer.empty() || buffer.size() < bytes) kind.write_failed(Int{chunk} + 1);
+    if (buffer.size() == 0 || buffer.size() < bytes) kind.write_failed(Int{chunk} + 1);
   };
   const detail::HostView first = view_of(images[0]);
   rows = std::min(rows, first.rows);
@@ -101,7 +95,7 @@ void fit_and_pack(const ChunkKind& kind, const ImageLayout& layout, const zvArra
     detail::pack_bits(first, rows, columns, out);
     return;
   }
-  const std::size_t bytes = element_bytes(layout.bitsPerSample);
+  const std::size_t bytes = detail::element_bytes(layout.bitsPerSample);
   if (is_raw_ycbcr(layout)) {
     const detail::YCbCrPacker pack = detail::ycbcr_packer(bytes);
     if (pack == nullptr) raise(Tiff::unhandledBitsPerSample(Int{layout.bitsPerSample}));
@@ -150,7 +144,7 @@ void write_encoded(const ChunkKind& kind, int nOperands, const zvArray* operands
   if (chunk >= chunks) kind.too_large(Int{chunks});
 
   const tmsize_t size = kind.size(tif);
-  std::vector<unsigned char> buffer(size > 0 ? static_cast<std::size_t>(size) : 0u);
+  const detail::ChunkBuffer buffer(size);
   fit_and_pack(kind, layout, images, chunk, buffer);
   // libtiff may rewrite the buffer in place (a predictor differences it), so
   // it is given our own copy, never the host's memory.

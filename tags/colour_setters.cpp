@@ -5,6 +5,7 @@
 #include "gateway/convert.h"
 #include "gateway/errors.h"
 #include "tags/tag_checks.h"
+#include "tags/tag_read.h"
 
 #include <tiffio.h>
 
@@ -15,10 +16,6 @@
 namespace tiffgate::detail {
 
 namespace {
-
-std::uint16_t photometric_before_write(const TagWrite& w) {
-  return u16_before_write(w.tif, TIFFTAG_PHOTOMETRIC, w.name);
-}
 
 /// PrimaryChromaticities and ReferenceBlackWhite need an RGB-like model.
 std::uint16_t colour_photometric(const TagWrite& w) {
@@ -67,8 +64,7 @@ int set_transfer_function(const TagWrite& w) {
     raise(Tiff::badTagUsedWithPhotometric(w.name, "MinIsWhite, MinIsBlack, RGB, Palette, YCbCr"));
   const std::uint16_t bits = u16_defaulted(w.tif, TIFFTAG_BITSPERSAMPLE);
   const std::uint16_t samples = u16_defaulted(w.tif, TIFFTAG_SAMPLESPERPIXEL);
-  // The shift is taken modulo 32, as libtiff's own table length is.
-  const std::uint32_t n = 1u << (bits % 32);
+  const std::uint32_t n = table_entries(bits);
   const std::size_t ndims = zvGetNumberOfDimensions(w.value);
   const std::size_t* dims = zvGetDimensions(w.value);
   const std::size_t rows = ndims > 0 ? dims[0] : 0;

@@ -133,8 +133,7 @@ zvArray* read_counted_rows(TIFF* tif, const TagRef& tag) {
 }
 
 zvArray* read_planar_configuration(TIFF* tif, const TagRef&) {
-  std::uint16_t value = 0;
-  TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &value);
+  const std::uint16_t value = u16_defaulted(tif, TIFFTAG_PLANARCONFIG);
   if (value != PLANARCONFIG_CONTIG && value != PLANARCONFIG_SEPARATE)
     raise(Tiff::badPlanarConfiguration(value));
   return zvCreateDoubleScalar(value);
@@ -178,8 +177,7 @@ zvArray* read_byte_text(TIFF* tif, const TagRef& tag) {
 }
 
 zvArray* read_ink_names(TIFF* tif, const TagRef& tag) {
-  std::uint16_t inks = 0;
-  TIFFGetFieldDefaulted(tif, TIFFTAG_NUMBEROFINKS, &inks);
+  const std::uint16_t inks = u16_defaulted(tif, TIFFTAG_NUMBEROFINKS);
   const std::size_t dims[2] = {1, inks};
   zvArray* cell = zvCreateCellArray(2, dims);
   const char* buffer = nullptr;
@@ -193,12 +191,9 @@ zvArray* read_ink_names(TIFF* tif, const TagRef& tag) {
   return cell;
 }
 
-/// Entries per colour map or transfer curve: 1 << BitsPerSample, the shift
-/// count taken modulo 32 as a 32-bit shift would.
+/// Entries per colour map or transfer curve for the current BitsPerSample.
 std::uint32_t entries_per_curve(TIFF* tif) {
-  std::uint16_t bits = 0;
-  TIFFGetFieldDefaulted(tif, TIFFTAG_BITSPERSAMPLE, &bits);
-  return std::uint32_t{1} << (bits % 32u);
+  return table_entries(u16_defaulted(tif, TIFFTAG_BITSPERSAMPLE));
 }
 
 /// Three curves of n entries as an n x 3 matrix, each entry times scale.
@@ -218,8 +213,7 @@ zvArray* read_color_map(TIFF* tif, const TagRef& tag) {
 
 zvArray* read_transfer_function(TIFF* tif, const TagRef& tag) {
   const std::uint32_t n = entries_per_curve(tif);
-  std::uint16_t samples = 0;
-  TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &samples);
+  const std::uint16_t samples = u16_defaulted(tif, TIFFTAG_SAMPLESPERPIXEL);
   if (samples != 1 && samples != 3) raise(Tiff::badTransferFunctionSppCombination(samples));
   // libtiff hands TransferFunction back through three pointers whatever
   // SamplesPerPixel, the last two null for a single curve (and for three
@@ -234,10 +228,8 @@ zvArray* read_transfer_function(TIFF* tif, const TagRef& tag) {
 }
 
 zvArray* read_chunk_array(TIFF* tif, const TagRef& tag, bool tile_array) {
-  std::uint16_t samples = 0;
-  std::uint16_t planar = 0;
-  TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &samples);
-  TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &planar);
+  const std::uint16_t samples = u16_defaulted(tif, TIFFTAG_SAMPLESPERPIXEL);
+  const std::uint16_t planar = u16_defaulted(tif, TIFFTAG_PLANARCONFIG);
   const bool tiled = TIFFIsTiled(tif) != 0;
   if (tiled && !tile_array) raise(Tiff::strippedOperationOnTiledImage());
   if (!tiled && tile_array) raise(Tiff::tiledOperationOnStrippedImage());

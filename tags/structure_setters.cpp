@@ -4,8 +4,10 @@
 
 #include "gateway/convert.h"
 #include "gateway/errors.h"
+#include "imagedata/layout.h"
 #include "tags/tag_checks.h"
 #include "tags/tag_names.h"
+#include "tags/tag_read.h"
 
 #include <tiffio.h>
 
@@ -13,12 +15,12 @@ namespace tiffgate::detail {
 
 namespace {
 
-bool is_log_luv(std::uint16_t photometric) {
-  return photometric == PHOTOMETRIC_LOGL || photometric == PHOTOMETRIC_LOGLUV;
-}
-
-std::uint16_t photometric_before_write(const TagWrite& w) {
-  return u16_before_write(w.tif, TIFFTAG_PHOTOMETRIC, w.text);
+/// ColorMap or TransferFunction is set: tables that libtiff sized by the
+/// BitsPerSample of the moment and never resizes.
+bool has_depth_sized_tables(TIFF* tif) {
+  std::uint16_t* tables[3] = {};
+  return TIFFGetField(tif, TIFFTAG_COLORMAP, &tables[0], &tables[1], &tables[2]) ||
+         TIFFGetField(tif, TIFFTAG_TRANSFERFUNCTION, &tables[0], &tables[1], &tables[2]);
 }
 
 }  // namespace
@@ -29,10 +31,9 @@ std::uint16_t u16_before_write(TIFF* tif, std::uint32_t tag, const char* writing
   return value;
 }
 
-std::uint16_t u16_defaulted(TIFF* tif, std::uint32_t tag) {
-  std::uint16_t value = 0;
-  TIFFGetFieldDefaulted(tif, tag, &value);
-  return value;
+// Named by the row's text: "Thresholding" for Threshholding.
+std::uint16_t photometric_before_write(const TagWrite& w) {
+  return u16_before_write(w.tif, TIFFTAG_PHOTOMETRIC, w.text);
 }
 
 void check_separated(TIFF* tif, const char* name) {
@@ -105,6 +106,13 @@ int set_bits_per_sample(const TagWrite& w) {
   // A 1-bit palette image is refused on purpose.
   if (palette_or_lab && bits != 8 && bits != 16) raise(Tiff::badPhotometricLabPaletteBitsPerSampleCombination());
   if (is_log_luv(photometric)) raise(Tiff::doNotSetForLogLuv(w.name));
+  // A new depth would leave the colour map or transfer curves at the old
+  // size, and every later read of them (getField's, and libtiff's own when
+  // it writes the directory) would run past their end. The value itself is
+  // what cannot be taken any more, whatever the photometric interpretation:
+  // hence badBitsPerSampleValue.
+  if (bits != u16_defaulted(w.tif, TIFFTAG_BITSPERSAMPLE) && has_depth_sized_tables(w.tif))
+    raise(Tiff::badBitsPerSampleValue());
   return TIFFSetField(w.tif, w.tag, bits);
 }
 

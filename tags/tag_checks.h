@@ -30,8 +30,8 @@ using TagWriter = int (*)(const TagWrite&);
 /// A uint16 tag that must already be set (TIFFGetField); raises
 /// tagRetrievalBeforeWriteFailed(name of tag, writing) when it is not.
 std::uint16_t u16_before_write(TIFF* tif, std::uint32_t tag, const char* writing);
-/// A uint16 tag, or libtiff's default for it (TIFFGetFieldDefaulted).
-std::uint16_t u16_defaulted(TIFF* tif, std::uint32_t tag);
+/// PhotometricInterpretation, which most setters check against; must be set.
+std::uint16_t photometric_before_write(const TagWrite& w);
 /// An element count that libtiff takes as T; one that does not fit is
 /// refused like any value out of range, never cut short.
 template <class T>

@@ -19,6 +19,12 @@ void require_known_field(TIFF* tif, std::uint32_t tag) {
     raise(Tiff::unableToReadTag(static_cast<detail::Int>(tag)));
 }
 
+std::uint16_t u16_defaulted(TIFF* tif, std::uint32_t tag) {
+  std::uint16_t value = 0;
+  TIFFGetFieldDefaulted(tif, tag, &value);
+  return value;
+}
+
 std::uint64_t strile_entries_held(TIFF* tif, std::uint64_t wanted) {
   // libtiff's counts (strips, tiles) follow the image dimensions, which can
   // change after the arrays were sized; the arrays' own length is only

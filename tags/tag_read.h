@@ -28,6 +28,14 @@ void get_tag_checked(TIFF* tif, std::uint32_t tag, const std::string& name,
   checkTagRetrieval(TIFFGetField(tif, tag, destinations...), name);
 }
 
+/// A uint16 tag, or libtiff's default for it (TIFFGetFieldDefaulted).
+std::uint16_t u16_defaulted(TIFF* tif, std::uint32_t tag);
+
+/// Entries of each ColorMap or TransferFunction table for a BitsPerSample:
+/// 1 << bits, the shift count taken modulo 32 as a 32-bit shift (and
+/// libtiff's own table length) would.
+inline std::uint32_t table_entries(std::uint16_t bits) { return std::uint32_t{1} << (bits % 32u); }
+
 /// The first `wanted` entries of the strip or tile offset and byte-count
 /// arrays that libtiff holds, as many of them as exist.
 std::uint64_t strile_entries_held(TIFF* tif, std::uint64_t wanted);

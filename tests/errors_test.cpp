@@ -142,6 +142,14 @@ TEST(errors_test, every_argument_is_rendered_once_in_its_place) {
   EXPECT_EQ(Tiff::badYCbCrDimensions(1, 2, 3, 4, 5, 6, 7, 8).arguments().size(), 8u);
 }
 
+// These texts put their arguments in the wrong places: "The ColorMap must be 256x8".
+TEST(errors_test, texts_take_their_arguments_in_the_order_given) {
+  EXPECT_EQ(Tiff::badColorMap(256, 8).message(), "The ColorMap must be a 256x3 double array for BitsPerSample 8.");
+  EXPECT_EQ(Tiff::badTransferFunctionSize(8, 3, 256, 3).message(),
+            "The TransferFunction must be 256x3 for BitsPerSample 8 and SamplesPerPixel 3.");
+  EXPECT_EQ(Tiff::imageDepthStrippedLayoutMismatch(2).message(), "ImageDepth 2 does not fit a stripped layout.");
+}
+
 TEST(errors_test, narrow_and_utf16_text_render_the_same) {
   const Tiff::unableToOpenFile narrow(std::string("gr\xC3\xBCn \xF0\x9F\x98\x80.tif"));
   const Tiff::unableToOpenFile wide(std::u16string(u"gr\u00FCn \U0001F600.tif"));

@@ -81,7 +81,7 @@ TEST(retrieve_metadata, layouts_of_libtiff_written_and_corpus_files) {
       {corpus_dir() + "/libtiff-logluv-3c-16b.tiff", {16, 34676, 1, 1, 1, 0, 32845, 1, 1, 2, 3, 0, 0, 0, 0}}};
   for (const auto& [path, expected] : cases) {
     const CallResult r = metadata_of(path);
-    ASSERT_TRUE(r.ok()) << path << ": " << error_of(r);
+    ASSERT_TRUE(r.ok()) << path << ": " << outcome(r);
     EXPECT_EQ(r.out().field_names(), kFields);
     EXPECT_EQ(numbers_of(r.out()), expected) << path;
   }
@@ -96,15 +96,15 @@ TEST(retrieve_metadata, failures_of_the_layout_and_the_identifier) {
   write_tiff(dir.path("luv.tif"), [](TIFF* tif) { TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_LOGLUV); },
              4, 2, 16, 3);  // LogLuv without the SGILog codec
   write_tiff(dir.path("bare.tif"), [](TIFF* tif) { TIFFUnsetField(tif, TIFFTAG_PHOTOMETRIC); });
-  const std::string failed = "Quarn:imagesci:Tiff:tagRetrievalFailed";
-  EXPECT_EQ(error_of(metadata_of(dir.path("luv.tif"))), failed + "(SgiLogDataFmt)");
-  EXPECT_EQ(error_of(metadata_of(dir.path("bare.tif"))), failed + "(PhotometricInterpretation)");
-  EXPECT_EQ(error_of(metadata_of(corpus_dir() + "/pillow-float32-no-photometric.tiff")),
-            failed + "(PhotometricInterpretation)");
-  EXPECT_EQ(error_of(metadata_of(dir.path("fresh.tif"), "w")), failed + "(ImageLength)");
-  EXPECT_EQ(error_of(call("retrieveMetadata", {num(0)})), "Quarn:imagesci:Tiff:badFileId()");
-  EXPECT_EQ(error_of(call("retrieveMetadata", {Array::uint64(0x1234)})), "Quarn:imagesci:Tiff:invalidFileId()");
-  EXPECT_EQ(error_of(call("retrieveMetadata", {})), "Quarn:imagesci:validate:wrongNumberOfInputs()");
+  const std::string failed = "tagRetrievalFailed";
+  EXPECT_EQ(outcome(metadata_of(dir.path("luv.tif"))), failed + "('SgiLogDataFmt')");
+  EXPECT_EQ(outcome(metadata_of(dir.path("bare.tif"))), failed + "('PhotometricInterpretation')");
+  EXPECT_EQ(outcome(metadata_of(corpus_dir() + "/pillow-float32-no-photometric.tiff")),
+            failed + "('PhotometricInterpretation')");
+  EXPECT_EQ(outcome(metadata_of(dir.path("fresh.tif"), "w")), failed + "('ImageLength')");
+  EXPECT_EQ(outcome(call("retrieveMetadata", {num(0)})), "badFileId()");
+  EXPECT_EQ(outcome(call("retrieveMetadata", {Array::uint64(0x1234)})), "invalidFileId()");
+  EXPECT_EQ(outcome(call("retrieveMetadata", {})), "wrongNumberOfInputs()");
 }
 
 TEST(image_layout, chunks_clamping_codec_and_mode) {

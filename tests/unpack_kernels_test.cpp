@@ -8,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-namespace tiffgate {
+namespace tiffgate::detail {
 namespace {
 
 template <class T>
@@ -105,4 +105,4 @@ TEST(unpack_kernels, ycbcr_units_with_odd_edges) {
 }
 
 }  // namespace
-}  // namespace tiffgate
+}  // namespace tiffgate::detail

@@ -25,45 +25,45 @@ void set_colormap(TIFF* tif) {
 
 struct Case {
   const char* what;
-  ImageTags tags;
+  ImageSpec tags;
   std::vector<Array> images;
   const char* kind;  ///< nullptr: the write succeeds
   Args args;
   void (*extra)(TIFF*) = nullptr;  ///< more tags, or instead of `tags` when `tags.width` is 0
 };
 
-ImageTags gray(std::uint16_t bits = 8, std::uint16_t format = SAMPLEFORMAT_UINT) {
-  ImageTags t;
+ImageSpec gray(std::uint16_t bits = 8, std::uint16_t format = SAMPLEFORMAT_UINT) {
+  ImageSpec t;
   t.bits = bits;
-  t.sampleFormat = format;
+  t.format = format;
   return t;
 }
-ImageTags with(ImageTags t, void (*change)(ImageTags&)) {
+ImageSpec with(ImageSpec t, void (*change)(ImageSpec&)) {
   change(t);
   return t;
 }
-ImageTags rgb(std::uint16_t samples, std::uint16_t extra = 0, std::uint16_t planar = PLANARCONFIG_CONTIG) {
-  ImageTags t;
+ImageSpec rgb(std::uint16_t samples, std::uint16_t extra = 0, std::uint16_t planar = PLANARCONFIG_CONTIG) {
+  ImageSpec t;
   t.samples = samples, t.extraSamples = extra, t.planar = planar, t.photometric = PHOTOMETRIC_RGB;
   return t;
 }
-ImageTags ycbcr(std::uint16_t planar = PLANARCONFIG_CONTIG) {
-  ImageTags t = rgb(3, 0, planar);
+ImageSpec ycbcr(std::uint16_t planar = PLANARCONFIG_CONTIG) {
+  ImageSpec t = rgb(3, 0, planar);
   t.photometric = PHOTOMETRIC_YCBCR, t.subsampling[0] = 2, t.subsampling[1] = 2;
   return t;
 }
-ImageTags palette(std::uint16_t bits, std::uint16_t format = SAMPLEFORMAT_UINT, std::uint16_t samples = 1) {
-  ImageTags t = gray(bits, format);
+ImageSpec palette(std::uint16_t bits, std::uint16_t format = SAMPLEFORMAT_UINT, std::uint16_t samples = 1) {
+  ImageSpec t = gray(bits, format);
   t.photometric = PHOTOMETRIC_PALETTE, t.samples = samples;
   return t;
 }
-ImageTags logluv() {
-  ImageTags t = rgb(3);
+ImageSpec logluv() {
+  ImageSpec t = rgb(3);
   t.photometric = PHOTOMETRIC_LOGLUV, t.compression = COMPRESSION_SGILOG, t.bits = 32;
-  t.sampleFormat = SAMPLEFORMAT_IEEEFP;
+  t.format = SAMPLEFORMAT_IEEEFP;
   return t;
 }
-ImageTags jpeg(ImageTags t) {
+ImageSpec jpeg(ImageSpec t) {
   t.compression = COMPRESSION_JPEG;
   return t;
 }
@@ -74,16 +74,16 @@ TEST(write_config, every_rule_in_order) {
   const Array y15 = u8({15, 15});
   const std::vector<Case> cases = {
       // ImageWidth alone makes ImageLength read back as 0.
-      {"no length", ImageTags{0}, {Array::text("anything")}, "imageDimensionsNotSet", {},
+      {"no length", ImageSpec{0}, {Array::text("anything")}, "imageDimensionsNotSet", {},
        [](TIFF* t) { TIFFSetField(t, TIFFTAG_IMAGEWIDTH, 16), TIFFSetField(t, TIFFTAG_PHOTOMETRIC, 1); }},
       {"tile width alone", gray(), {u8({16, 16})}, "tileDimensionsNotSet", {},
        [](TIFF* t) { TIFFSetField(t, TIFFTAG_TILEWIDTH, 16); }},
       {"two grey images", gray(), {u8({16, 16}), u8({16, 16})}, "wrongNumberOfInputImages", {}},
       {"raw YCbCr as one image", ycbcr(), {u8({16, 16, 3})}, "wrongNumberOfInputImages", {}},
-      {"RGB of one sample", with(gray(), [](ImageTags& t) { t.photometric = PHOTOMETRIC_RGB; }), {u8({16, 16})},
+      {"RGB of one sample", with(gray(), [](ImageSpec& t) { t.photometric = PHOTOMETRIC_RGB; }), {u8({16, 16})},
        "badRgbSamplesPerPixelConfiguration", {}},
       {"YCbCr to JPEG from RGB of one sample",
-       with(jpeg(ycbcr()), [](ImageTags& t) { t.samples = 1, t.jpegColorMode = JPEGCOLORMODE_RGB; }),
+       with(jpeg(ycbcr()), [](ImageSpec& t) { t.samples = 1, t.jpegColorMode = JPEGCOLORMODE_RGB; }),
        {u8({16, 16})}, "badRgbSamplesPerPixelConfiguration", {}},
       {"LogLuv codec not set up", logluv(), {zeros(zvSINGLE_CLASS, {16, 16, 3})}, "luvCodecNotSet", {}},
       {"LogLuv 8-bit", logluv(), {u8({16, 16, 3})}, "eightBitSgiFormatNotAllowedWhenWriting", {},
@@ -123,32 +123,32 @@ TEST(write_config, every_rule_in_order) {
       {"RGB with alpha", rgb(4, 1), {u8({16, 16, 4})}, nullptr, {}},
       {"palette of 2 samples", palette(8, SAMPLEFORMAT_UINT, 2), {u8({16, 16, 2})}, "badExtraSamples",
        {S("PALETTE"), I(2)}, set_colormap},
-      {"Lab with alpha", with(rgb(4, 1), [](ImageTags& t) { t.photometric = PHOTOMETRIC_CIELAB; }),
+      {"Lab with alpha", with(rgb(4, 1), [](ImageSpec& t) { t.photometric = PHOTOMETRIC_CIELAB; }),
        {u8({16, 16, 4})}, "improperUsageOfExtraSamples", {I(1)}},
       {"JPEG of 16 bits", jpeg(gray(16)), {zeros(zvUINT16_CLASS, {16, 16})}, "jpegBitsPerSampleMustBeEight", {}},
-      {"JPEG grey with alpha", jpeg(with(gray(), [](ImageTags& t) { t.samples = 2, t.extraSamples = 1; })),
+      {"JPEG grey with alpha", jpeg(with(gray(), [](ImageSpec& t) { t.samples = 2, t.extraSamples = 1; })),
        {u8({16, 16, 2})}, "jpegCompressionRequiresThreeSamplesPerPixel", {}},
       // RowsPerStrip 16 is not enough: the length must be a multiple too.
-      {"JPEG 100 rows", jpeg(with(gray(), [](ImageTags& t) { t.length = 100, t.rowsPerStrip = 16; })),
+      {"JPEG 100 rows", jpeg(with(gray(), [](ImageSpec& t) { t.length = 100, t.rowsPerStrip = 16; })),
        {u8({16, 16})}, "strippedJpegCompressionRequires16", {}},
       // Refused only after the array passed every array check.
-      {"one separate sample, 3-D", with(gray(), [](ImageTags& t) { t.planar = PLANARCONFIG_SEPARATE; }),
+      {"one separate sample, 3-D", with(gray(), [](ImageSpec& t) { t.planar = PLANARCONFIG_SEPARATE; }),
        {u8({16, 16, 2})}, "badPlanarImage", {}},
-      {"one separate sample", with(gray(), [](ImageTags& t) { t.planar = PLANARCONFIG_SEPARATE; }),
+      {"one separate sample", with(gray(), [](ImageSpec& t) { t.planar = PLANARCONFIG_SEPARATE; }),
        {u8({16, 16})}, "badPlanarConfigurationSamplesPerPixelCombination", {}},
   };
   ScratchDir dir;
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     ModuleFile file(dir.path("c.tif"));
-    if (c.tags.width) set_tags(file.tif(), c.tags);
+    if (c.tags.width) set_image_tags(file.tif(), c.tags);
     if (c.extra) c.extra(file.tif());
     const auto result = file.write(false, Array::scalar(0), c.images);
     if (c.kind == nullptr) {
       EXPECT_TRUE(result.ok()) << result.error_id();
       continue;
     }
-    EXPECT_EQ(error_text(result), kind_text(c.kind, c.args));
+    EXPECT_EQ(outcome(result), outcome(c.kind, c.args));
   }
 }
 
@@ -165,7 +165,7 @@ TEST(write_config, tiled_jpeg_needs_tiles_of_16) {
   TIFFSetField(file.tif(), TIFFTAG_COMPRESSION, COMPRESSION_JPEG);
   // With tiles of 16 the checks pass, and libtiff refuses to write: tile 1.
   const auto refused = file.write(true, Array::scalar(0), {u8({16, 16})});
-  EXPECT_EQ(error_text(refused), kind_text("tileWritefailure", {std::int64_t{1}}));
+  EXPECT_EQ(outcome(refused), outcome("tileWritefailure", {std::int64_t{1}}));
   TIFFSetField(file.tif(), TIFFTAG_TILEWIDTH, 8);
   EXPECT_EQ(file.write(true, Array::scalar(0), {u8({16, 8})}).error_id(), tiff_id("tiledJpegCompressionRequires16"));
 }

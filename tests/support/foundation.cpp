@@ -33,22 +33,29 @@ void write_file_with_private_tag(const std::string& path, int count, int tagged)
   }
 }
 
-void patch_first_subifd(const std::string& path, std::uint32_t offset) {
-  std::vector<unsigned char> b = file_bytes(path);
+void write_file_bytes(const std::string& path, const std::vector<unsigned char>& bytes) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc)
+      .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::size_t first_ifd_entry(const std::vector<unsigned char>& b, std::uint16_t tag) {
   const auto u16 = [&](std::size_t at) { return static_cast<std::uint32_t>(b.at(at) | b.at(at + 1) << 8); };
   const auto u32 = [&](std::size_t at) { return u16(at) | u16(at + 2) << 16; };
-  if (b.size() < 8 || b[0] != 'I' || u16(2) != 42) throw std::runtime_error("not a classic little-endian TIFF");
+  if (b.size() < 8 || b[0] != 'I' || b[1] != 'I' || u16(2) != 42)
+    throw std::runtime_error("not a classic little-endian TIFF");
   const std::size_t ifd = u32(4);
-  for (std::size_t e = 0; e < u16(ifd); ++e) {
-    const std::size_t entry = ifd + 2 + 12 * e;
-    if (u16(entry) != TIFFTAG_SUBIFD) continue;
-    if (u32(entry + 4) != 1) throw std::runtime_error("expected one SubIFD");
-    for (int k = 0; k < 4; ++k) b.at(entry + 8 + k) = static_cast<unsigned char>(offset >> (8 * k));
-    std::ofstream(path, std::ios::binary | std::ios::trunc)
-        .write(reinterpret_cast<const char*>(b.data()), static_cast<std::streamsize>(b.size()));
-    return;
-  }
-  throw std::runtime_error("no SubIFD entry in the first directory");
+  for (std::size_t e = 0; e < u16(ifd); ++e)
+    if (u16(ifd + 2 + 12 * e) == tag) return ifd + 2 + 12 * e;
+  throw std::runtime_error("no entry " + std::to_string(tag) + " in the first directory");
+}
+
+void patch_first_subifd(const std::string& path, std::uint32_t offset) {
+  std::vector<unsigned char> b = file_bytes(path);
+  const std::size_t entry = first_ifd_entry(b, TIFFTAG_SUBIFD);
+  if (b.at(entry + 4) != 1 || b.at(entry + 5) || b.at(entry + 6) || b.at(entry + 7))
+    throw std::runtime_error("expected one SubIFD");
+  for (int k = 0; k < 4; ++k) b.at(entry + 8 + k) = static_cast<unsigned char>(offset >> (8 * k));
+  write_file_bytes(path, b);
 }
 
 void make_writes_fail(TIFF* tif, const std::string& path) {

@@ -5,6 +5,7 @@
 
 #include "host/embedded/session.h"
 #include "host/msgid.h"
+#include "support/tiff_files.h"
 
 #include <tiffio.h>
 
@@ -14,15 +15,8 @@
 
 namespace tiffgate::testing {
 
-/// "Quarn:imagesci:Tiff:<name>" and "Quarn:imagesci:validate:<name>".
-inline std::string tiff_id(const std::string& name) { return "Quarn:imagesci:Tiff:" + name; }
+/// "Quarn:imagesci:validate:<name>".
 inline std::string validate_id(const std::string& name) { return "Quarn:imagesci:validate:" + name; }
-
-/// The libtiff handle held by a file identifier, so that a test can check
-/// the gateway's work with libtiff itself.
-inline TIFF* handle_of(const embedded::Array& id) {
-  return reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(id.at<std::uint64_t>(0)));
-}
 
 /// What a direct (handler-free) call raised: its identifier and arguments;
 /// an empty identifier when it raised nothing.
@@ -41,6 +35,12 @@ Raised raised(F&& f) {
 }
 
 std::vector<unsigned char> file_bytes(const std::string& path);
+void write_file_bytes(const std::string& path, const std::vector<unsigned char>& bytes);
+
+/// Where the 12-byte entry of `tag` starts in the first directory of a
+/// classic little-endian TIFF file's bytes (what libtiff writes on this
+/// machine). Throws when the bytes are not such a file or lack the entry.
+std::size_t first_ifd_entry(const std::vector<unsigned char>& bytes, std::uint16_t tag);
 
 /// A file of `count` stripped 8 x 2 grey directories in which directory
 /// `tagged` (0-based) also carries private tag 65000, which no reader knows.

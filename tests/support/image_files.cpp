@@ -113,26 +113,9 @@ ChunkPlace chunk_place(TIFF* tif, std::uint32_t index) {
 
 void write_image(const std::string& path, const ImageSpec& s) {
   TiffHandle out(path, "w");
-  TIFFSetField(out, TIFFTAG_IMAGEWIDTH, s.width);
-  TIFFSetField(out, TIFFTAG_IMAGELENGTH, s.length);
-  TIFFSetField(out, TIFFTAG_BITSPERSAMPLE, s.bits);
-  TIFFSetField(out, TIFFTAG_SAMPLESPERPIXEL, s.samples);
-  TIFFSetField(out, TIFFTAG_SAMPLEFORMAT, s.format);
-  TIFFSetField(out, TIFFTAG_PLANARCONFIG, s.planar);
-  TIFFSetField(out, TIFFTAG_PHOTOMETRIC, s.photometric);
-  TIFFSetField(out, TIFFTAG_COMPRESSION, s.compression);
-  if (s.extraSamples) {
-    const std::vector<std::uint16_t> kinds(s.extraSamples, EXTRASAMPLE_UNASSALPHA);
-    TIFFSetField(out, TIFFTAG_EXTRASAMPLES, s.extraSamples, kinds.data());
-  }
-  if (s.photometric == PHOTOMETRIC_YCBCR)
-    TIFFSetField(out, TIFFTAG_YCBCRSUBSAMPLING, s.subsampling[0], s.subsampling[1]);
-  if (s.tileWidth) {
-    TIFFSetField(out, TIFFTAG_TILEWIDTH, s.tileWidth);
-    TIFFSetField(out, TIFFTAG_TILELENGTH, s.tileLength);
-  } else {
-    TIFFSetField(out, TIFFTAG_ROWSPERSTRIP, s.rowsPerStrip ? s.rowsPerStrip : s.length);
-  }
+  ImageSpec tags = s;
+  if (!tags.tileWidth && !tags.rowsPerStrip) tags.rowsPerStrip = tags.length;
+  set_image_tags(out, tags);
 
   const Tags t = tags_of(out);
   const bool tiled = s.tileWidth != 0;
@@ -193,6 +176,12 @@ tmsize_t read_libtiff_chunk(TIFF* tif, std::uint32_t index, std::vector<unsigned
                : TIFFReadEncodedStrip(tif, index, chunk.data(), size);
 }
 
+std::vector<unsigned char> decoded_chunk(TIFF* tif, std::uint32_t index) {
+  std::vector<unsigned char> chunk;
+  read_libtiff_chunk(tif, index, chunk);
+  return chunk;
+}
+
 std::vector<Expected> libtiff_chunk(TIFF* tif, std::uint32_t index) {
   std::vector<unsigned char> chunk;
   read_libtiff_chunk(tif, index, chunk);
@@ -250,20 +239,6 @@ std::string compare_outputs(const embedded::CallResult& result, const std::vecto
     if (diff != expected[i].bytes.end()) return which + " differs at byte " + std::to_string(diff - expected[i].bytes.begin());
   }
   return {};
-}
-
-std::string outcome(const embedded::CallResult& result) {
-  if (result.ok()) return "ok";
-  const std::string& id = result.error->identifier;
-  std::string text = id.substr(id.rfind(':') + 1) + "(";
-  for (std::size_t i = 0; i < result.error->arguments.size(); ++i) {
-    const Quarn::MsgArg& a = result.error->arguments[i];
-    if (i) text += ", ";
-    if (const auto* n = boost::get<std::int64_t>(&a)) text += std::to_string(*n);
-    if (const auto* s = boost::get<std::string>(&a)) text += "'" + *s + "'";
-    if (boost::get<std::u16string>(&a)) text += "<utf-16>";
-  }
-  return text + ")";
 }
 
 }  // namespace tiffgate::testing

@@ -4,6 +4,7 @@
 /// out by hand the way the read commands must return it.
 
 #include "host/embedded/session.h"
+#include "support/tiff_files.h"
 
 #include <tiffio.h>
 
@@ -13,25 +14,14 @@
 
 namespace tiffgate::testing {
 
-/// The layout of an image to write; stripped unless tileWidth is set.
-struct ImageSpec {
-  std::uint32_t width = 16, length = 16;
-  std::uint16_t bits = 8, samples = 1, format = SAMPLEFORMAT_UINT;
-  std::uint16_t planar = PLANARCONFIG_CONTIG, photometric = PHOTOMETRIC_MINISBLACK;
-  std::uint16_t compression = COMPRESSION_NONE;
-  std::uint32_t rowsPerStrip = 0;  ///< 0: the whole image in one strip
-  std::uint32_t tileWidth = 0, tileLength = 0;
-  std::uint16_t extraSamples = 0;  ///< trailing samples marked as alpha
-  std::uint16_t subsampling[2] = {2, 2};  ///< YCbCr only
-};
-
 /// The value of sample k of image pixel (row, column), as the bits of one
 /// element (0 or 1 for 1-bit data). For YCbCr, k 0 is Y at (row, column)
 /// and k 1 and 2 are Cb and Cr at chroma position (row, column).
 std::uint64_t pattern(const ImageSpec& spec, std::uint32_t row, std::uint32_t column, std::uint16_t k);
 
 /// Writes a one-directory file with libtiff, every chunk filled from
-/// pattern() (YCbCr as raw data units); chunk padding is zero.
+/// pattern() (YCbCr as raw data units); chunk padding is zero. A stripped
+/// spec without RowsPerStrip gets one strip of the whole image.
 void write_image(const std::string& path, const ImageSpec& spec);
 
 /// Where chunk `index` of the current directory lies, worked out from the
@@ -50,9 +40,13 @@ struct Expected {
   std::vector<unsigned char> bytes;
 };
 
-/// libtiff's own decode of chunk `index` (TIFFReadEncodedStrip/Tile into a
-/// zero-filled buffer), cut to the image and rearranged element by element:
-/// one array, or Y, Cb and Cr for contiguous YCbCr.
+/// libtiff's own decode of chunk `index`: TIFFReadEncodedStrip/Tile into a
+/// zero-filled buffer of the full chunk size, which keeps its zeros where
+/// libtiff fails.
+std::vector<unsigned char> decoded_chunk(TIFF* tif, std::uint32_t index);
+
+/// decoded_chunk cut to the image and rearranged element by element: one
+/// array, or Y, Cb and Cr for contiguous YCbCr.
 std::vector<Expected> libtiff_chunk(TIFF* tif, std::uint32_t index);
 
 /// The two halves of libtiff_chunk: libtiff's decode into a zero-filled
@@ -67,13 +61,5 @@ std::vector<Expected> pattern_chunk(const ImageSpec& spec, TIFF* tif, std::uint3
 /// Empty when the call's outputs have exactly these dimensions and bytes;
 /// otherwise what differs first.
 std::string compare_outputs(const embedded::CallResult& result, const std::vector<Expected>& expected);
-
-/// "ok" after a success, else the error as "kind(arguments)", e.g.
-/// "badStripNumber(3)" or "badDatatypeForSampleFormat('Uint', 'int8')".
-std::string outcome(const embedded::CallResult& result);
-
-/// The libtiff handle behind a file identifier, for tests that change the
-/// handle's state the way a host-side caller could not.
-inline TIFF* handle_of(const embedded::Array& id) { return reinterpret_cast<TIFF*>(id.at<std::uint64_t>(0)); }
 
 }  // namespace tiffgate::testing

@@ -1,26 +1,12 @@
 #include "support/tag_files.h"
 
-#include "gateway/text.h"
+#include "support/foundation.h"
 #include "support/tiff_files.h"
 
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <vector>
 
 namespace tiffgate::testing {
-namespace {
-
-template <class T>
-T read_le(const std::vector<unsigned char>& bytes, std::size_t at) {
-  if (at + sizeof(T) > bytes.size()) throw std::runtime_error("offset past the end of the file");
-  T value = 0;
-  for (std::size_t i = 0; i < sizeof(T); ++i) value |= static_cast<T>(T{bytes[at + i]} << (8 * i));
-  return value;
-}
-
-}  // namespace
 
 void write_tiff(const std::string& path, const std::function<void(TIFF*)>& tags, std::uint32_t width,
                 std::uint32_t length, std::uint16_t bits, std::uint16_t samples, std::uint32_t rowsPerStrip,
@@ -32,40 +18,12 @@ void write_tiff(const std::string& path, const std::function<void(TIFF*)>& tags,
 }
 
 void patch_first_ifd_short(const std::string& path, std::uint16_t tag, std::uint16_t value) {
-  std::vector<unsigned char> bytes;
-  {
-    std::ifstream in(path, std::ios::binary);
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
-  if (bytes.size() < 8 || bytes[0] != 'I' || bytes[1] != 'I' || read_le<std::uint16_t>(bytes, 2) != 42)
-    throw std::runtime_error(path + " is not a classic little-endian TIFF file");
-  const std::size_t ifd = read_le<std::uint32_t>(bytes, 4);
-  const std::size_t entries = read_le<std::uint16_t>(bytes, ifd);
-  for (std::size_t e = 0; e < entries; ++e) {
-    const std::size_t at = ifd + 2 + 12 * e;
-    if (read_le<std::uint16_t>(bytes, at) != tag) continue;
-    if (read_le<std::uint16_t>(bytes, at + 2) != 3) throw std::runtime_error("the entry is not SHORT");
-    bytes[at + 8] = static_cast<unsigned char>(value & 0xff);
-    bytes[at + 9] = static_cast<unsigned char>(value >> 8);
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    return;
-  }
-  throw std::runtime_error("no such entry in the first directory");
-}
-
-std::string error_of(const embedded::CallResult& result) {
-  if (result.ok()) return "ok";
-  std::string text = result.error->identifier + "(";
-  const char* separator = "";
-  for (const Quarn::MsgArg& argument : result.error->arguments) {
-    text += separator;
-    separator = ", ";
-    if (const auto* narrow = boost::get<std::string>(&argument)) text += *narrow;
-    else if (const auto* wide = boost::get<std::u16string>(&argument)) text += utf16_to_utf8(*wide);
-    else text += std::to_string(boost::get<std::int64_t>(argument));
-  }
-  return text + ")";
+  std::vector<unsigned char> bytes = file_bytes(path);
+  const std::size_t entry = first_ifd_entry(bytes, tag);
+  if (bytes.at(entry + 2) != TIFF_SHORT || bytes.at(entry + 3) != 0) throw std::runtime_error("the entry is not SHORT");
+  bytes[entry + 8] = static_cast<unsigned char>(value & 0xff);
+  bytes[entry + 9] = static_cast<unsigned char>(value >> 8);
+  write_file_bytes(path, bytes);
 }
 
 }  // namespace tiffgate::testing

@@ -24,7 +24,4 @@ void write_tiff(const std::string& path, const std::function<void(TIFF*)>& tags,
 /// when the file is not such a file or has no such entry.
 void patch_first_ifd_short(const std::string& path, std::uint16_t tag, std::uint16_t value);
 
-/// The call's error as "identifier(arg, arg...)", or "ok" after a success.
-std::string error_of(const embedded::CallResult& result);
-
 }  // namespace tiffgate::testing

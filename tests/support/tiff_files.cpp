@@ -1,5 +1,7 @@
 #include "support/tiff_files.h"
 
+#include "gateway/text.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -49,6 +51,30 @@ void set_basic_tags(TIFF* tif, std::uint32_t width, std::uint32_t length, std::u
   }
 }
 
+void set_image_tags(TIFF* tif, const ImageSpec& s) {
+  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, s.width);
+  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, s.length);
+  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, s.bits);
+  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, s.samples);
+  TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, s.format);
+  TIFFSetField(tif, TIFFTAG_PLANARCONFIG, s.planar);
+  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, s.photometric);
+  TIFFSetField(tif, TIFFTAG_COMPRESSION, s.compression);
+  if (s.extraSamples) {
+    const std::vector<std::uint16_t> kinds(s.extraSamples, EXTRASAMPLE_UNASSALPHA);
+    TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, s.extraSamples, kinds.data());
+  }
+  if (s.photometric == PHOTOMETRIC_YCBCR) TIFFSetField(tif, TIFFTAG_YCBCRSUBSAMPLING, s.subsampling[0], s.subsampling[1]);
+  if (s.tileWidth) {
+    TIFFSetField(tif, TIFFTAG_TILEWIDTH, s.tileWidth);
+    TIFFSetField(tif, TIFFTAG_TILELENGTH, s.tileLength);
+  } else if (s.rowsPerStrip) {
+    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, s.rowsPerStrip);
+  }
+  // A codec setting: the codec must have been chosen first.
+  if (s.jpegColorMode >= 0) TIFFSetField(tif, TIFFTAG_JPEGCOLORMODE, s.jpegColorMode);
+}
+
 void write_chunks(TIFF* tif, const std::function<std::uint8_t(std::uint32_t, std::size_t)>& fill) {
   const bool tiled = TIFFIsTiled(tif);
   const std::uint32_t count = tiled ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
@@ -95,6 +121,35 @@ std::vector<std::uint64_t> write_file_with_subifds(const std::string& path, int 
   toff_t* offsets = nullptr;
   if (!TIFFGetField(in, TIFFTAG_SUBIFD, &n, &offsets)) throw std::runtime_error("no SubIFD tag written");
   return std::vector<std::uint64_t>(offsets, offsets + n);
+}
+
+std::string outcome(const std::string& kind, const std::vector<Quarn::MsgArg>& arguments) {
+  std::string text = kind + "(";
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const Quarn::MsgArg& a = arguments[i];
+    if (i) text += ", ";
+    if (const auto* n = boost::get<std::int64_t>(&a)) text += std::to_string(*n);
+    if (const auto* narrow = boost::get<std::string>(&a)) text += "'" + *narrow + "'";
+    if (const auto* wide = boost::get<std::u16string>(&a)) text += "'" + utf16_to_utf8(*wide) + "'";
+  }
+  return text + ")";
+}
+
+namespace {
+
+std::string kind_of(const std::string& identifier) { return identifier.substr(identifier.rfind(':') + 1); }
+
+}  // namespace
+
+std::string outcome(const embedded::CallResult& result) {
+  if (result.ok()) return "ok";
+  return outcome(kind_of(result.error->identifier), result.error->arguments);
+}
+
+std::vector<std::string> warning_outcomes(const embedded::CallResult& result) {
+  std::vector<std::string> texts;
+  for (const embedded::Warning& w : result.warnings) texts.push_back(outcome(kind_of(w.identifier), w.arguments));
+  return texts;
 }
 
 embedded::Array open_file(const std::string& path, const char* mode) {

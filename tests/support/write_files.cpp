@@ -1,34 +1,15 @@
 #include "support/write_files.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <limits>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
 
 namespace tiffgate::testing {
-
-void set_tags(TIFF* tif, const ImageTags& t) {
-  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, t.width);
-  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, t.length);
-  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, t.bits);
-  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, t.samples);
-  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, t.photometric);
-  TIFFSetField(tif, TIFFTAG_PLANARCONFIG, t.planar);
-  TIFFSetField(tif, TIFFTAG_COMPRESSION, t.compression);
-  TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, t.sampleFormat);
-  if (t.tile) {
-    TIFFSetField(tif, TIFFTAG_TILEWIDTH, t.tile);
-    TIFFSetField(tif, TIFFTAG_TILELENGTH, t.tile);
-  } else if (t.rowsPerStrip) {
-    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, t.rowsPerStrip);
-  }
-  if (t.extraSamples) {
-    const std::vector<std::uint16_t> kinds(t.extraSamples, EXTRASAMPLE_UNASSALPHA);
-    TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, t.extraSamples, kinds.data());
-  }
-  if (t.subsampling[0]) TIFFSetField(tif, TIFFTAG_YCBCRSUBSAMPLING, t.subsampling[0], t.subsampling[1]);
-  if (t.jpegColorMode >= 0) TIFFSetField(tif, TIFFTAG_JPEGCOLORMODE, t.jpegColorMode);
-}
 
 ModuleFile::ModuleFile(const std::string& path, const char* mode) : id_(open_file(path, mode)) {
   open_ = id_.at<std::uint64_t>(0) != 0;
@@ -39,11 +20,17 @@ ModuleFile::~ModuleFile() {
   if (open_) embedded::call("close", {id_});
 }
 
-TIFF* ModuleFile::tif() const { return reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(id_.at<std::uint64_t>(0))); }
-
 embedded::CallResult ModuleFile::write(bool tiled, embedded::Array chunk, std::vector<embedded::Array> images) const {
   images.insert(images.begin(), {id_, std::move(chunk)});
   return embedded::call(tiled ? "writeEncodedTile" : "writeEncodedStrip", std::move(images));
+}
+
+embedded::CallResult ModuleFile::set(double tag, embedded::Array value) const {
+  return embedded::call("setField", {id_, embedded::Array::scalar(tag), std::move(value)});
+}
+
+embedded::CallResult ModuleFile::get(double tag) const {
+  return embedded::call("getField", {id_, embedded::Array::scalar(tag)});
 }
 
 void ModuleFile::close() {
@@ -53,15 +40,77 @@ void ModuleFile::close() {
   if (!result.ok()) throw std::runtime_error("close failed: " + result.error_id());
 }
 
-std::vector<std::uint8_t> libtiff_chunk(const std::string& path, std::uint32_t chunk) {
-  TiffHandle in(path, "r");
-  const bool tiled = TIFFIsTiled(in);
-  const tmsize_t size = tiled ? TIFFTileSize(in) : TIFFStripSize(in);
-  std::vector<std::uint8_t> buffer(static_cast<std::size_t>(size));
-  const tmsize_t got = tiled ? TIFFReadEncodedTile(in, chunk, buffer.data(), size)
-                             : TIFFReadEncodedStrip(in, chunk, buffer.data(), size);
-  if (got < 0) throw std::runtime_error("libtiff could not decode chunk " + std::to_string(chunk));
-  return buffer;
+embedded::Array host_array(zvClassID cls, std::vector<std::size_t> dims,
+                           const std::function<double(std::size_t, std::size_t, std::size_t)>& value) {
+  const auto as = [&](auto zero) {
+    using T = decltype(zero);
+    return host_array<T>(cls, std::move(dims), [&](std::size_t r, std::size_t c, std::size_t k) {
+      return static_cast<T>(value(r, c, k));
+    });
+  };
+  switch (cls) {
+    case zvLOGICAL_CLASS: return as(std::uint8_t{});  // one byte each, as the host's logicals
+    case zvINT8_CLASS: return as(std::int8_t{});
+    case zvUINT8_CLASS: return as(std::uint8_t{});
+    case zvINT16_CLASS: return as(std::int16_t{});
+    case zvUINT16_CLASS: return as(std::uint16_t{});
+    case zvINT32_CLASS: return as(std::int32_t{});
+    case zvUINT32_CLASS: return as(std::uint32_t{});
+    case zvSINGLE_CLASS: return as(float{});
+    case zvDOUBLE_CLASS: return as(double{});
+    default: throw std::logic_error("host_array: not a numeric class");
+  }
+}
+
+embedded::Array part_of(const embedded::Array& a, std::size_t row0, std::size_t column0, std::size_t rows,
+                        std::size_t columns) {
+  std::vector<std::size_t> dims = a.dims();
+  const std::size_t m = dims.at(0), n = dims.at(1), planes = a.numel() / std::max<std::size_t>(m * n, 1);
+  if (row0 + rows > m || column0 + columns > n) throw std::logic_error("part_of: outside the array");
+  dims[0] = rows, dims[1] = columns;
+  embedded::Array part(a.class_id(), dims);
+  const std::size_t size = a.element_size();
+  const auto* in = static_cast<const unsigned char*>(a.data());
+  auto* out = static_cast<unsigned char*>(part.data());
+  for (std::size_t k = 0; k < planes; ++k)
+    for (std::size_t c = 0; c < columns; ++c)
+      for (std::size_t r = 0; r < rows; ++r)
+        std::memcpy(out + ((k * columns + c) * rows + r) * size,
+                    in + ((k * n + column0 + c) * m + row0 + r) * size, size);
+  return part;
+}
+
+namespace {
+
+std::string dims_text(const std::vector<std::size_t>& dims) {
+  std::string text;
+  for (std::size_t d : dims) text += (text.empty() ? "" : "x") + std::to_string(d);
+  return text;
+}
+
+}  // namespace
+
+Comparison compare(const embedded::Array& got, const embedded::Array& expected) {
+  if (got.class_id() != expected.class_id())
+    return {std::string("class ") + got.class_name() + ", expected " + expected.class_name()};
+  if (got.dims() != expected.dims()) return {"dims " + dims_text(got.dims()) + ", expected " + dims_text(expected.dims())};
+  Comparison result;
+  if (got.class_id() == zvCELL_CLASS) {
+    for (std::size_t i = 0; i < got.numel(); ++i) {
+      const Comparison cell = compare(got.cells()[i], expected.cells()[i]);
+      if (!cell.mismatch.empty()) return {"cell " + std::to_string(i) + ": " + cell.mismatch};
+      result.largest = std::max(result.largest, cell.largest);
+    }
+    return result;
+  }
+  for (std::size_t i = 0; i < got.numel(); ++i) {
+    const double a = got.number(i), b = expected.number(i);
+    // NaN is equal only to NaN.
+    const double difference = std::isnan(a) || std::isnan(b) ? (std::isnan(a) && std::isnan(b) ? 0 : INFINITY)
+                                                             : std::abs(a - b);
+    result.largest = std::max(result.largest, difference);
+  }
+  return result;
 }
 
 Decoded tifffile_decode(const std::string& path) {
@@ -84,23 +133,6 @@ Decoded tifffile_decode(const std::string& path) {
   for (std::size_t got; (got = std::fread(block, 1, sizeof block, pipe.get())) > 0;)
     decoded.bytes.insert(decoded.bytes.end(), block, block + got);
   return decoded;
-}
-
-std::string args_text(const Args& args) {
-  struct Show : boost::static_visitor<std::string> {
-    std::string operator()(const std::string& t) const { return '"' + t + '"'; }
-    std::string operator()(const std::u16string& t) const { return "u\"" + std::string(t.begin(), t.end()) + '"'; }
-    std::string operator()(std::int64_t i) const { return std::to_string(i); }
-  };
-  std::string text = "(";
-  for (const auto& a : args) text += (text.size() > 1 ? ", " : "") + boost::apply_visitor(Show(), a);
-  return text + ")";
-}
-
-std::vector<std::string> warning_texts(const embedded::CallResult& r) {
-  std::vector<std::string> texts;
-  for (const auto& w : r.warnings) texts.push_back(w.identifier + args_text(w.arguments));
-  return texts;
 }
 
 }  // namespace tiffgate::testing

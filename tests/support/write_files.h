@@ -1,8 +1,10 @@
 #pragma once
-/// Test support for the write commands: files created through the module
-/// whose tags are set with libtiff directly, host arrays filled from a
-/// function, and two independent decoders of what was written (libtiff
-/// alone, and tifffile under /usr/bin/python3).
+/// Test support for the write commands and the round trips: files created
+/// through the module (tags set through it or with libtiff directly), host
+/// arrays filled from a function or cut from another, the comparison of a
+/// value read back with the one written, and tifffile's decode (under
+/// /usr/bin/python3) of what was written; libtiff's own is decoded_chunk in
+/// image_files.h.
 
 #include "support/tiff_files.h"
 
@@ -13,24 +15,6 @@
 
 namespace tiffgate::testing {
 
-/// Tags of a test image, set with TIFFSetField in a workable order.
-struct ImageTags {
-  std::uint32_t width = 16;
-  std::uint32_t length = 16;
-  std::uint16_t bits = 8;
-  std::uint16_t samples = 1;
-  std::uint16_t photometric = PHOTOMETRIC_MINISBLACK;
-  std::uint16_t planar = PLANARCONFIG_CONTIG;
-  std::uint16_t compression = COMPRESSION_NONE;
-  std::uint16_t sampleFormat = SAMPLEFORMAT_UINT;
-  std::uint32_t rowsPerStrip = 0;  ///< 0: not set
-  std::uint32_t tile = 0;          ///< tile width and length; 0: stripped
-  std::uint16_t extraSamples = 0;  ///< that many unassociated alpha samples
-  std::uint16_t subsampling[2] = {0, 0};  ///< YCbCr; {0, 0}: not set
-  int jpegColorMode = -1;          ///< -1: not set
-};
-void set_tags(TIFF* tif, const ImageTags& tags);
-
 /// A file opened through the module's "open"; tif() is its libtiff handle
 /// (the identifier's value), for setting tags directly.
 class ModuleFile {
@@ -39,10 +23,13 @@ class ModuleFile {
   ~ModuleFile();
   ModuleFile(const ModuleFile&) = delete;
   ModuleFile& operator=(const ModuleFile&) = delete;
-  TIFF* tif() const;
+  TIFF* tif() const { return handle_of(id_); }
   const embedded::Array& id() const { return id_; }
   /// "writeEncodedStrip" or "writeEncodedTile" with chunk number and arrays.
   embedded::CallResult write(bool tiled, embedded::Array chunk, std::vector<embedded::Array> images) const;
+  /// "setField" and "getField" of one tag.
+  embedded::CallResult set(double tag, embedded::Array value) const;
+  embedded::CallResult get(double tag) const;
   void close();
 
  private:
@@ -62,8 +49,23 @@ embedded::Array host_array(zvClassID cls, std::vector<std::size_t> dims,
   return embedded::Array::of(cls, std::move(dims), data);
 }
 
-/// One chunk as libtiff alone decodes it (JPEG YCbCr stays raw).
-std::vector<std::uint8_t> libtiff_chunk(const std::string& path, std::uint32_t chunk);
+/// The same for any numeric or logical class, value(r, c, k) converted to it.
+embedded::Array host_array(zvClassID cls, std::vector<std::size_t> dims,
+                           const std::function<double(std::size_t, std::size_t, std::size_t)>& value);
+
+/// Rows [row0, row0 + rows) and columns [column0, column0 + columns) of every
+/// plane of a numeric or logical array, with a 2-D array's own shape.
+embedded::Array part_of(const embedded::Array& a, std::size_t row0, std::size_t column0, std::size_t rows,
+                        std::size_t columns);
+
+/// A value read back against the one expected: what differs in class,
+/// shape or cells (empty when nothing does), and otherwise the largest
+/// difference between elements (character codes for text).
+struct Comparison {
+  std::string mismatch;
+  double largest = 0;
+};
+Comparison compare(const embedded::Array& got, const embedded::Array& expected);
 
 /// The image as tifffile decodes it: numpy dtype text, shape, C-order bytes
 /// (1-bit images as one byte per sample).
@@ -74,17 +76,6 @@ struct Decoded {
 };
 Decoded tifffile_decode(const std::string& path);
 
-/// Error and warning identifiers as the host sees them.
-inline std::string tiff_id(const std::string& kind) { return "Quarn:imagesci:Tiff:" + kind; }
 using Args = std::vector<Quarn::MsgArg>;
-/// Arguments as text, e.g. ("RGB", 3), so that a test failure shows them.
-std::string args_text(const Args& args);
-/// The identifier and arguments of a failed call, as text.
-inline std::string error_text(const embedded::CallResult& r) {
-  return r.error ? r.error->identifier + args_text(r.error->arguments) : "no error";
-}
-inline std::string kind_text(const std::string& kind, const Args& args) { return tiff_id(kind) + args_text(args); }
-/// The same for the warnings of a call, in order.
-std::vector<std::string> warning_texts(const embedded::CallResult& r);
 
 }  // namespace tiffgate::testing
