@@ -285,7 +285,7 @@ class FileCheck {
 
   void run(const std::map<int, const CsvRow*>& chunkRows, const std::map<int, const CsvRow*>& referenceRows) {
     const CallResult opened = call("open", {str(path_), str("r")});
-    ASSERT_TRUE(opened.ok()) << error_of(opened);
+    ASSERT_TRUE(opened.ok()) << outcome(opened);
     id_ = opened.out();
     // The main chain by "readDirectory", then the SubIFDs of each directory.
     std::map<int, std::vector<std::uint64_t>> subifds;
@@ -335,7 +335,7 @@ class FileCheck {
       ASSERT_TRUE(TIFFSetDirectory(ref_, static_cast<tdir_t>(main)));
       for (const std::uint64_t offset : route) {
         const CallResult r = call("setSubDirectory", {id_, Array::uint64(offset)});
-        ASSERT_TRUE(r.ok()) << subkey << ": " << error_of(r);
+        ASSERT_TRUE(r.ok()) << subkey << ": " << outcome(r);
         ASSERT_TRUE(TIFFSetSubDirectory(ref_, offset));
       }
       DirectoryReferences refs;
@@ -362,7 +362,7 @@ class FileCheck {
     const DirectoryRecord* file = chopped ? &*chopped : refs.tags;
     const CallResult metadata = call("retrieveMetadata", {id_});
     if (!metadata.ok()) {
-      EXPECT_TRUE(is_kind(metadata)) << error_of(metadata);
+      EXPECT_TRUE(is_kind(metadata)) << outcome(metadata);
       note(key, "metadata", outcome(metadata));
     } else if (file) {
       const std::string difference = compare_metadata(metadata.out(), *file);
@@ -371,7 +371,7 @@ class FileCheck {
     std::vector<std::uint64_t> subifds;
     for (const auto& [tag, name] : TagNameTable()) {
       const CallResult r = call("getField", {id_, num(tag)});
-      EXPECT_TRUE(r.ok() || is_kind(r)) << "tag " << tag << ": " << error_of(r);
+      EXPECT_TRUE(r.ok() || is_kind(r)) << "tag " << tag << ": " << outcome(r);
       if (tag == 330 && r.ok())
         for (std::size_t i = 0; i < r.out().numel(); ++i) subifds.push_back(r.out().at<std::uint64_t>(i));
       counts_.tags += r.ok();
@@ -418,7 +418,7 @@ class FileCheck {
       if (got < 0) ++libtiffFailures;
       else libtiffHash.update(reused.data(), static_cast<std::size_t>(got));
       if (!r.ok()) {
-        EXPECT_TRUE(is_kind(r)) << error_of(r);
+        EXPECT_TRUE(is_kind(r)) << outcome(r);
         result = outcome(r);
         break;  // the directory's configuration: every chunk says the same
       }
@@ -537,13 +537,13 @@ TEST(corpus_conformance, logluv_reads_once_the_data_format_is_chosen) {
     const Array id = open_file(path);
     EXPECT_EQ(outcome(call("readEncodedStrip", {id, num(0)})), "luvCodecNotSet()");
     // Floating point, chosen on a file open for reading; then once only.
-    ASSERT_EQ(error_of(call("setField", {id, num(65560), num(SGILOGDATAFMT_FLOAT)})), "ok");
+    ASSERT_EQ(outcome(call("setField", {id, num(65560), num(SGILOGDATAFMT_FLOAT)})), "ok");
     EXPECT_EQ(outcome(call("setField", {id, num(65560), num(SGILOGDATAFMT_FLOAT)})), "fmtAlreadySet()");
     TiffHandle ref(path, "r");
     TIFFSetField(ref, TIFFTAG_SGILOGDATAFMT, SGILOGDATAFMT_FLOAT);
     for (std::uint32_t i = 0; i < TIFFNumberOfStrips(ref); ++i) {
       const CallResult r = call("readEncodedStrip", {id, num(i)});
-      ASSERT_TRUE(r.ok()) << error_of(r);
+      ASSERT_TRUE(r.ok()) << outcome(r);
       EXPECT_EQ(r.out().class_id(), zvSINGLE_CLASS);
       EXPECT_EQ(compare_outputs(r, libtiff_chunk(ref, i)), "") << "strip " << i;
     }

@@ -99,7 +99,7 @@ std::uint64_t element_bits(const Layout& l, std::size_t y, std::size_t x, std::s
 /// One setField call; fails the test when the module refuses it.
 void set(const Array& id, std::uint32_t tag, Array value) {
   const CallResult r = call("setField", {id, num(tag), std::move(value)});
-  ASSERT_TRUE(r.ok()) << "tag " << tag << ": " << error_of(r);
+  ASSERT_TRUE(r.ok()) << "tag " << tag << ": " << outcome(r);
 }
 
 Array row(const std::vector<double>& values) { return Array::of(zvDOUBLE_CLASS, {1, values.size()}, values); }
@@ -158,7 +158,7 @@ void write_directory(const Array& id, const Layout& l) {
           std::memcpy(bytes + (r + c * m + k * m * n) * l.element(), &bits, l.element());
         }
     const CallResult w = call(tiled ? "writeEncodedTile" : "writeEncodedStrip", {id, num(i), data});
-    ASSERT_TRUE(w.ok()) << "chunk " << i << ": " << error_of(w);
+    ASSERT_TRUE(w.ok()) << "chunk " << i << ": " << outcome(w);
     EXPECT_TRUE(w.warnings.empty()) << "chunk " << i;
   }
 }
