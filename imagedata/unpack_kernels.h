@@ -5,6 +5,8 @@
 /// chunk's `bytes` and writes every element of its outputs; whatever a short
 /// buffer does not hold comes out as zero.
 
+#include "imagedata/isa.h"
+
 #include <cstddef>
 
 namespace tiffgate {
@@ -23,11 +25,16 @@ struct ChunkShape {
 using ElementUnpacker = void (*)(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape,
                                  void* out);
 /// The unpacker for elements of 1, 2, 4 or 8 bytes; null for other sizes.
+/// Built for the processor's best vector width, or for `isa` (the tests
+/// run both); an isa the processor lacks gives the 16-byte build.
 ElementUnpacker element_unpacker(std::size_t elementSize);
+ElementUnpacker element_unpacker(std::size_t elementSize, detail::Isa isa);
 
 /// 1-bit samples, most significant bit first; each chunk row holds
 /// W * samples bits and starts on a byte boundary.
 void unpack_bits(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, bool* out);
+using BitUnpacker = void (*)(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, bool* out);
+BitUnpacker bit_unpacker(detail::Isa isa);
 
 /// YCbCr subsampling factors (each at least 1).
 struct Subsampling {
