@@ -9,8 +9,8 @@
 namespace tiffgate::detail {
 namespace {
 
-/// See unpack_kernels.cpp: a cache line of each source column per band.
-constexpr std::size_t kBandBytes = 64;
+/// Bytes of each chunk row in one block: a cache line (see pack_body.inc).
+constexpr std::size_t kBlockBytes = 64;
 
 /// The source columns as the kernels walk them: column c of plane k starts
 /// at data + c * column + k * plane (bytes); planes at or past `planes`
@@ -122,23 +122,23 @@ void scalar_columns_to_bits(const SourceView& in, std::size_t rows, std::size_t 
 
 // --- choosing the kernel for a chunk -----------------------------------------
 
-/// 16-byte tiles of the tallest height H (a power of two, at most the
+/// 16-byte blocks of the tallest height H (a power of two, at most the
 /// elements in a lane) that `rows` rows fill.
 template <class T, std::size_t H = 16 / sizeof(T)>
-void v16_tiles(const SourceView& in, std::size_t rows, const ChunkView& chunk) {
+void v16_blocks(const SourceView& in, std::size_t rows, const ChunkView& chunk) {
   if constexpr (H > 2) {
-    if (rows < H) return v16_tiles<T, H / 2>(in, rows, chunk);
+    if (rows < H) return v16_blocks<T, H / 2>(in, rows, chunk);
   }
-  v16::tiles_to_rows<T, H>(in, rows, chunk);
+  v16::columns_to_blocks<T, H>(in, rows, chunk);
 }
 
 template <std::size_t H = 16>
-void v16_bit_tiles(const SourceView& in, std::size_t rows, std::size_t fullBytes, const ChunkView& chunk,
-                   std::size_t rowBytes) {
+void v16_bit_blocks(const SourceView& in, std::size_t rows, std::size_t fullBytes, const ChunkView& chunk,
+                    std::size_t rowBytes) {
   if constexpr (H > 2) {
-    if (rows < H) return v16_bit_tiles<H / 2>(in, rows, fullBytes, chunk, rowBytes);
+    if (rows < H) return v16_bit_blocks<H / 2>(in, rows, fullBytes, chunk, rowBytes);
   }
-  v16::bit_tiles_to_rows<H>(in, rows, fullBytes, chunk, rowBytes);
+  v16::columns_to_bit_blocks<H>(in, rows, fullBytes, chunk, rowBytes);
 }
 
 /// One chunk row from source rows of one element column stride: a copy for
@@ -174,11 +174,11 @@ void pack_elements(const HostView& source, std::size_t rows, std::size_t columns
   const SourceView in{source.data, source.rows * sizeof(T), source.rows * source.columns * sizeof(T), columns,
                       std::min(source.planes, chunk.samples)};
   const std::size_t elements = columns * chunk.samples;
-  if (elements >= lane) {
+  if (rows >= 2 && elements * sizeof(T) >= kBlockBytes) {
 #if TIFFGATE_HAVE_VECTOR32
-    if (I == Isa::vector32 && rows >= 2 * lane) return v32::tiles_to_rows<T, 2 * lane>(in, rows, chunk);
+    if (I == Isa::vector32 && rows >= 2 * lane) return v32::columns_to_blocks<T, 2 * lane>(in, rows, chunk);
 #endif
-    if (rows >= 2) return v16_tiles<T>(in, rows, chunk);
+    return v16_blocks<T>(in, rows, chunk);
   }
   if (rows == 1 && in.column == sizeof(T) && in.planes > 0 && interleave<T, I>(in, chunk)) return;
   scalar_columns_to_rows<T>(in, rows, 0, elements, chunk);
@@ -194,14 +194,14 @@ void pack_bits_with(const HostView& source, std::size_t rows, std::size_t column
   const std::size_t bits = columns * chunk.samples;
   const std::size_t fullBytes = bits / 8;
   std::size_t done = 0;  // bytes written by vector code
-  if (fullBytes >= 16 && rows >= 2) {
+  if (rows >= 2 && fullBytes >= kBlockBytes) {
     done = fullBytes;
 #if TIFFGATE_HAVE_VECTOR32
     if (I == Isa::vector32 && rows >= 32)
-      v32::bit_tiles_to_rows<32>(in, rows, fullBytes, chunk, rowBytes);
+      v32::columns_to_bit_blocks<32>(in, rows, fullBytes, chunk, rowBytes);
     else
 #endif
-      v16_bit_tiles(in, rows, fullBytes, chunk, rowBytes);
+      v16_bit_blocks(in, rows, fullBytes, chunk, rowBytes);
   }
   scalar_columns_to_bits(in, rows, done, ceil_div(bits, 8), bits, chunk, rowBytes);
 }

@@ -2,6 +2,7 @@
 #include "gateway/convert.h"
 #include "gateway/errors.h"
 #include "gateway/handlers.h"
+#include "imagedata/chunk_buffer.h"
 #include "imagedata/layout.h"
 #include "imagedata/unpack_kernels.h"
 
@@ -9,10 +10,7 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <iterator>
-#include <memory>
-#include <new>
 
 namespace tiffgate {
 namespace {
@@ -92,29 +90,6 @@ std::size_t remaining(std::uint64_t total, std::uint64_t used, std::uint64_t lim
   return static_cast<std::size_t>(std::min(total > used ? total - used : 0, limit));
 }
 
-/// A zero-filled chunk buffer of libtiff's chunk size (empty when libtiff
-/// could not compute one). calloc rather than a vector: a large buffer comes
-/// zeroed from the system without being written page by page, and a size no
-/// system can give (a malformed file's strip of hundreds of gigabytes) fails
-/// at once as bad_alloc.
-class ChunkBuffer {
- public:
-  explicit ChunkBuffer(tmsize_t size)
-      : size_(static_cast<std::size_t>(std::max<tmsize_t>(size, 0))),
-        data_(static_cast<unsigned char*>(std::calloc(std::max<std::size_t>(size_, 1), 1))) {
-    if (!data_) throw std::bad_alloc();
-  }
-  unsigned char* data() const { return data_.get(); }
-  std::size_t size() const { return size_; }
-
- private:
-  struct Free {
-    void operator()(unsigned char* p) const noexcept { std::free(p); }
-  };
-  std::size_t size_;
-  std::unique_ptr<unsigned char, Free> data_;
-};
-
 // --- conversion ----------------------------------------------------------
 
 /// Contiguous YCbCr: Y, Cb and Cr into output slots 0, 1 and 2.
@@ -177,7 +152,8 @@ TG_HANDLER(handle_read_encoded_strip) {
   }
 
   const tmsize_t size = TIFFStripSize(tif);
-  const ChunkBuffer chunk(size);
+  // Zeroed: what a short or failed decode leaves unwritten comes out as zero.
+  const ChunkBuffer chunk(size, true);
   // The buffer's size rather than -1: the same for every consistent file,
   // and libtiff then never writes past the buffer when its strip sizes
   // disagree (an overflowing full strip size reads back as 0).
@@ -209,7 +185,7 @@ TG_HANDLER(handle_read_encoded_tile) {
   const std::uint32_t tiles = TIFFNumberOfTiles(tif);
   if (tile >= tiles) raise(Tiff::badTileNumber(tiles));
 
-  const ChunkBuffer chunk(size);
+  const ChunkBuffer chunk(size, true);
   // The result is not examined: a failed decode leaves zeros, and libtiff's
   // message becomes a warning.
   TIFFReadEncodedTile(tif, tile, chunk.data(), static_cast<tmsize_t>(chunk.size()));

@@ -11,9 +11,8 @@ namespace {
 
 using detail::Isa;
 
-/// Bytes of each destination column that one band of rows fills: a cache
-/// line, so a line is written whole before the next band comes back to it.
-constexpr std::size_t kBandBytes = 64;
+/// Bytes of each chunk row in one block: a cache line (see unpack_body.inc).
+constexpr std::size_t kBlockBytes = 64;
 
 /// The output planes: element (r, c, k) at data + (r + c * rows + k * rows *
 /// columns) * element size.
@@ -132,23 +131,23 @@ void scalar_bits_to_columns(const unsigned char* chunk, std::size_t stride, std:
 
 // --- choosing the kernel for a chunk -----------------------------------------
 
-/// 16-byte tiles of the tallest height H (a power of two, at most the
-/// elements in a lane) that `kept` rows fill.
+/// Blocks of the tallest height H (a power of two, at most the elements in
+/// a lane) that `kept` rows fill.
 template <class T, std::size_t H = 16 / sizeof(T)>
-void v16_tiles(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out) {
+void v16_blocks(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out) {
   if constexpr (H > 2) {
-    if (kept < H) return v16_tiles<T, H / 2>(chunk, stride, kept, out);
+    if (kept < H) return v16_blocks<T, H / 2>(chunk, stride, kept, out);
   }
-  v16::tiles_to_columns<T, H>(chunk, stride, kept, out);
+  v16::blocks_to_columns<T, H>(chunk, stride, kept, out);
 }
 
 template <std::size_t H = 16>
-void v16_bit_tiles(const unsigned char* chunk, std::size_t stride, std::size_t kept, std::size_t fullBytes,
-                   const PlaneView& out) {
+void v16_bit_blocks(const unsigned char* chunk, std::size_t stride, std::size_t kept, std::size_t fullBytes,
+                    const PlaneView& out) {
   if constexpr (H > 2) {
-    if (kept < H) return v16_bit_tiles<H / 2>(chunk, stride, kept, fullBytes, out);
+    if (kept < H) return v16_bit_blocks<H / 2>(chunk, stride, kept, fullBytes, out);
   }
-  v16::bit_tiles_to_columns<H>(chunk, stride, kept, fullBytes, out);
+  v16::bit_blocks_to_columns<H>(chunk, stride, kept, fullBytes, out);
 }
 
 /// A single row into planes of one row: a copy for one sample, the riffle
@@ -180,14 +179,14 @@ bool deinterleave(const unsigned char* row, const PlaneView& out) {
 /// Rows [0, kept) of the chunk into the planes.
 template <class T, Isa I>
 void rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out) {
-  constexpr std::size_t lane = 16 / sizeof(T);
   const std::size_t elements = out.columns * out.samples;
   if (kept == 0 || elements == 0) return;
-  if (elements >= lane) {
+  if (kept >= 2 && elements * sizeof(T) >= kBlockBytes) {
 #if TIFFGATE_HAVE_VECTOR32
-    if (I == Isa::vector32 && kept >= 2 * lane) return v32::tiles_to_columns<T, 2 * lane>(chunk, stride, kept, out);
+    constexpr std::size_t tall = 32 / sizeof(T);  // rows of a 32-byte block
+    if (I == Isa::vector32 && kept >= tall) return v32::blocks_to_columns<T, tall>(chunk, stride, kept, out);
 #endif
-    if (kept >= 2) return v16_tiles<T>(chunk, stride, kept, out);
+    return v16_blocks<T>(chunk, stride, kept, out);
   }
   if (out.rows == 1 && deinterleave<T, I>(chunk, out)) return;
   scalar_rows_to_columns<T>(chunk, stride, kept, 0, elements, out);
@@ -199,25 +198,22 @@ void bits_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t
   const std::size_t fullBytes = bits / 8;  // bytes whose 8 bits are all samples
   if (kept == 0 || bits == 0) return;
   std::size_t done = 0;  // bits handled by vector code
-  if (fullBytes >= 16) {
+  if (kept >= 2 && fullBytes >= kBlockBytes) {
+#if TIFFGATE_HAVE_VECTOR32
+    if (I == Isa::vector32 && kept >= 32)
+      v32::bit_blocks_to_columns<32>(chunk, stride, kept, fullBytes, out);
+    else
+#endif
+      v16_bit_blocks(chunk, stride, kept, fullBytes, out);
     done = 8 * fullBytes;
+  } else if (out.rows == 1 && out.samples == 1 && fullBytes >= 32) {
 #if TIFFGATE_HAVE_VECTOR32
-    if (I == Isa::vector32 && kept >= 32) {
-      v32::bit_tiles_to_columns<32>(chunk, stride, kept, fullBytes, out);
-    } else
+    if (I == Isa::vector32)
+      v32::expand_bit_row(chunk, fullBytes, out.data);
+    else
 #endif
-    if (kept >= 2) {
-      v16_bit_tiles(chunk, stride, kept, fullBytes, out);
-    } else if (out.rows == 1 && out.samples == 1) {
-#if TIFFGATE_HAVE_VECTOR32
-      if (I == Isa::vector32 && fullBytes >= 32)
-        v32::expand_bit_row(chunk, fullBytes, out.data);
-      else
-#endif
-        v16::expand_bit_row(chunk, fullBytes, out.data);
-    } else {
-      done = 0;
-    }
+      v16::expand_bit_row(chunk, fullBytes, out.data);
+    done = 8 * fullBytes;
   }
   scalar_bits_to_columns(chunk, stride, kept, done, bits, out);
 }
