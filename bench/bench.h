@@ -66,5 +66,7 @@ void register_call_benchmarks();
 
 /// Whole-file reads with the allocation counter on; adds their rows.
 void measure_peak_memory();
+/// Closes what the benchmarks opened through the host, before it unloads.
+void close_host_files();
 
 }  // namespace tiffgate::bench

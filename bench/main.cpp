@@ -229,6 +229,7 @@ int main(int argc, char** argv) {
               m.repetitions);
   const int missed = print_table(collector);
   std::printf("\n%d row(s) missed their target.\n", missed);
+  close_host_files();
   std::filesystem::remove_all(work_directory());
   benchmark::Shutdown();
   return 0;

@@ -1,16 +1,16 @@
 #include "imagedata/pack_kernels.h"
 
+#include "imagedata/block_columns.h"
+
 #include <algorithm>
 #include <cstdint>  // SIZE_MAX
 #include <cstring>  // std::memcpy
 #include <initializer_list>
+#include <type_traits>  // std::integral_constant
 #include <utility>
 
 namespace tiffgate::detail {
 namespace {
-
-/// Bytes of each chunk row in one block: a cache line (see pack_body.inc).
-constexpr std::size_t kBlockBytes = 64;
 
 /// The source columns as the kernels walk them: column c of plane k starts
 /// at data + c * column + k * plane (bytes); planes at or past `planes`
@@ -122,23 +122,33 @@ void scalar_columns_to_bits(const SourceView& in, std::size_t rows, std::size_t 
 
 // --- choosing the kernel for a chunk -----------------------------------------
 
-/// 16-byte blocks of the tallest height H (a power of two, at most the
-/// elements in a lane) that `rows` rows fill.
-template <class T, std::size_t H = 16 / sizeof(T)>
-void v16_blocks(const SourceView& in, std::size_t rows, const ChunkView& chunk) {
-  if constexpr (H > 2) {
-    if (rows < H) return v16_blocks<T, H / 2>(in, rows, chunk);
-  }
-  v16::columns_to_blocks<T, H>(in, rows, chunk);
+/// Calls run<Width>() with the widest block, 64, 32 or 16 bytes, that rows
+/// of `bytes` bytes hold; false when they hold none.
+template <class Run>
+bool with_block_width(std::size_t bytes, Run run) {
+  if (bytes >= 64) return run(std::integral_constant<std::size_t, 64>()), true;
+  if (bytes >= 32) return run(std::integral_constant<std::size_t, 32>()), true;
+  if (bytes >= 16) return run(std::integral_constant<std::size_t, 16>()), true;
+  return false;
 }
 
-template <std::size_t H = 16>
+/// 16-byte blocks of the tallest height H (a power of two, at most the
+/// elements in a lane) that `rows` rows fill.
+template <class T, std::size_t Width, std::size_t H = 16 / sizeof(T)>
+void v16_blocks(const SourceView& in, std::size_t rows, const ChunkView& chunk) {
+  if constexpr (H > 2) {
+    if (rows < H) return v16_blocks<T, Width, H / 2>(in, rows, chunk);
+  }
+  v16::columns_to_blocks<T, H, Width>(in, rows, chunk);
+}
+
+template <std::size_t Width, std::size_t H = 16>
 void v16_bit_blocks(const SourceView& in, std::size_t rows, std::size_t fullBytes, const ChunkView& chunk,
                     std::size_t rowBytes) {
   if constexpr (H > 2) {
-    if (rows < H) return v16_bit_blocks<H / 2>(in, rows, fullBytes, chunk, rowBytes);
+    if (rows < H) return v16_bit_blocks<Width, H / 2>(in, rows, fullBytes, chunk, rowBytes);
   }
-  v16::columns_to_bit_blocks<H>(in, rows, fullBytes, chunk, rowBytes);
+  v16::columns_to_bit_blocks<H, Width>(in, rows, fullBytes, chunk, rowBytes);
 }
 
 /// One chunk row from source rows of one element column stride: a copy for
@@ -174,12 +184,14 @@ void pack_elements(const HostView& source, std::size_t rows, std::size_t columns
   const SourceView in{source.data, source.rows * sizeof(T), source.rows * source.columns * sizeof(T), columns,
                       std::min(source.planes, chunk.samples)};
   const std::size_t elements = columns * chunk.samples;
-  if (rows >= 2 && elements * sizeof(T) >= kBlockBytes) {
+  if (rows >= 2 && with_block_width(elements * sizeof(T), [&](auto width) {
 #if TIFFGATE_HAVE_VECTOR32
-    if (I == Isa::vector32 && rows >= 2 * lane) return v32::columns_to_blocks<T, 2 * lane>(in, rows, chunk);
+        if (I == Isa::vector32 && rows >= 2 * lane)
+          return v32::columns_to_blocks<T, 2 * lane, decltype(width)::value>(in, rows, chunk);
 #endif
-    return v16_blocks<T>(in, rows, chunk);
-  }
+        v16_blocks<T, decltype(width)::value>(in, rows, chunk);
+      }))
+    return;
   if (rows == 1 && in.column == sizeof(T) && in.planes > 0 && interleave<T, I>(in, chunk)) return;
   scalar_columns_to_rows<T>(in, rows, 0, elements, chunk);
 }
@@ -194,15 +206,14 @@ void pack_bits_with(const HostView& source, std::size_t rows, std::size_t column
   const std::size_t bits = columns * chunk.samples;
   const std::size_t fullBytes = bits / 8;
   std::size_t done = 0;  // bytes written by vector code
-  if (rows >= 2 && fullBytes >= kBlockBytes) {
-    done = fullBytes;
+  if (rows >= 2 && with_block_width(fullBytes, [&](auto width) {
 #if TIFFGATE_HAVE_VECTOR32
-    if (I == Isa::vector32 && rows >= 32)
-      v32::columns_to_bit_blocks<32>(in, rows, fullBytes, chunk, rowBytes);
-    else
+        if (I == Isa::vector32 && rows >= 32)
+          return v32::columns_to_bit_blocks<32, decltype(width)::value>(in, rows, fullBytes, chunk, rowBytes);
 #endif
-      v16_bit_blocks(in, rows, fullBytes, chunk, rowBytes);
-  }
+        v16_bit_blocks<decltype(width)::value>(in, rows, fullBytes, chunk, rowBytes);
+      }))
+    done = fullBytes;
   scalar_columns_to_bits(in, rows, done, ceil_div(bits, 8), bits, chunk, rowBytes);
 }
 

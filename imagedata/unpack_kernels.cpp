@@ -1,18 +1,18 @@
 #include "imagedata/unpack_kernels.h"
 
+#include "imagedata/block_columns.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <iterator>  // std::size
+#include <type_traits>  // std::integral_constant
 #include <utility>
 
 namespace tiffgate {
 namespace {
 
 using detail::Isa;
-
-/// Bytes of each chunk row in one block: a cache line (see unpack_body.inc).
-constexpr std::size_t kBlockBytes = 64;
 
 /// The output planes: element (r, c, k) at data + (r + c * rows + k * rows *
 /// columns) * element size.
@@ -131,23 +131,33 @@ void scalar_bits_to_columns(const unsigned char* chunk, std::size_t stride, std:
 
 // --- choosing the kernel for a chunk -----------------------------------------
 
-/// Blocks of the tallest height H (a power of two, at most the elements in
-/// a lane) that `kept` rows fill.
-template <class T, std::size_t H = 16 / sizeof(T)>
-void v16_blocks(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out) {
-  if constexpr (H > 2) {
-    if (kept < H) return v16_blocks<T, H / 2>(chunk, stride, kept, out);
-  }
-  v16::blocks_to_columns<T, H>(chunk, stride, kept, out);
+/// Calls run<Width>() with the widest block, 64, 32 or 16 bytes, that rows
+/// of `bytes` bytes hold; false when they hold none.
+template <class Run>
+bool with_block_width(std::size_t bytes, Run run) {
+  if (bytes >= 64) return run(std::integral_constant<std::size_t, 64>()), true;
+  if (bytes >= 32) return run(std::integral_constant<std::size_t, 32>()), true;
+  if (bytes >= 16) return run(std::integral_constant<std::size_t, 16>()), true;
+  return false;
 }
 
-template <std::size_t H = 16>
+/// 16-byte blocks of the tallest height H (a power of two, at most the
+/// elements in a lane) that `kept` rows fill.
+template <class T, std::size_t Width, std::size_t H = 16 / sizeof(T)>
+void v16_blocks(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out) {
+  if constexpr (H > 2) {
+    if (kept < H) return v16_blocks<T, Width, H / 2>(chunk, stride, kept, out);
+  }
+  v16::blocks_to_columns<T, H, Width>(chunk, stride, kept, out);
+}
+
+template <std::size_t Width, std::size_t H = 16>
 void v16_bit_blocks(const unsigned char* chunk, std::size_t stride, std::size_t kept, std::size_t fullBytes,
                     const PlaneView& out) {
   if constexpr (H > 2) {
-    if (kept < H) return v16_bit_blocks<H / 2>(chunk, stride, kept, fullBytes, out);
+    if (kept < H) return v16_bit_blocks<Width, H / 2>(chunk, stride, kept, fullBytes, out);
   }
-  v16::bit_blocks_to_columns<H>(chunk, stride, kept, fullBytes, out);
+  v16::bit_blocks_to_columns<H, Width>(chunk, stride, kept, fullBytes, out);
 }
 
 /// A single row into planes of one row: a copy for one sample, the riffle
@@ -181,13 +191,14 @@ template <class T, Isa I>
 void rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out) {
   const std::size_t elements = out.columns * out.samples;
   if (kept == 0 || elements == 0) return;
-  if (kept >= 2 && elements * sizeof(T) >= kBlockBytes) {
+  constexpr std::size_t tall = 32 / sizeof(T);  // rows of a 32-byte block
+  if (kept >= 2 && with_block_width(elements * sizeof(T), [&](auto width) {
 #if TIFFGATE_HAVE_VECTOR32
-    constexpr std::size_t tall = 32 / sizeof(T);  // rows of a 32-byte block
-    if (I == Isa::vector32 && kept >= tall) return v32::blocks_to_columns<T, tall>(chunk, stride, kept, out);
+        if (I == Isa::vector32 && kept >= tall) return v32::blocks_to_columns<T, tall, decltype(width)::value>(chunk, stride, kept, out);
 #endif
-    return v16_blocks<T>(chunk, stride, kept, out);
-  }
+        v16_blocks<T, decltype(width)::value>(chunk, stride, kept, out);
+      }))
+    return;
   if (out.rows == 1 && deinterleave<T, I>(chunk, out)) return;
   scalar_rows_to_columns<T>(chunk, stride, kept, 0, elements, out);
 }
@@ -198,13 +209,13 @@ void bits_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t
   const std::size_t fullBytes = bits / 8;  // bytes whose 8 bits are all samples
   if (kept == 0 || bits == 0) return;
   std::size_t done = 0;  // bits handled by vector code
-  if (kept >= 2 && fullBytes >= kBlockBytes) {
+  if (kept >= 2 && with_block_width(fullBytes, [&](auto width) {
 #if TIFFGATE_HAVE_VECTOR32
-    if (I == Isa::vector32 && kept >= 32)
-      v32::bit_blocks_to_columns<32>(chunk, stride, kept, fullBytes, out);
-    else
+        if (I == Isa::vector32 && kept >= 32)
+          return v32::bit_blocks_to_columns<32, decltype(width)::value>(chunk, stride, kept, fullBytes, out);
 #endif
-      v16_bit_blocks(chunk, stride, kept, fullBytes, out);
+        v16_bit_blocks<decltype(width)::value>(chunk, stride, kept, fullBytes, out);
+      })) {
     done = 8 * fullBytes;
   } else if (out.rows == 1 && out.samples == 1 && fullBytes >= 32) {
 #if TIFFGATE_HAVE_VECTOR32
