@@ -6,9 +6,21 @@
 #include <cstddef>
 #include <cstdint>
 #include <numeric>  // std::gcd
+#include <type_traits>  // std::integral_constant
 #include <vector>
 
 namespace tiffgate::detail {
+
+/// Calls run(width) with the widest block, 64, 32 or 16 bytes (as an
+/// integral_constant), that rows of `bytes` bytes hold; false when they hold
+/// none. 64 is a cache line of each row.
+template <class Run>
+bool with_block_width(std::size_t bytes, Run run) {
+  if (bytes >= 64) return run(std::integral_constant<std::size_t, 64>()), true;
+  if (bytes >= 32) return run(std::integral_constant<std::size_t, 32>()), true;
+  if (bytes >= 16) return run(std::integral_constant<std::size_t, 16>()), true;
+  return false;
+}
 
 /// Whether more than `limit` of `rows` consecutive rows, `stride` bytes
 /// apart, share a set of a cache whose sets repeat every 4096 bytes: a
@@ -24,24 +36,24 @@ class BlockColumns {
   /// Offset of a plane the host array lacks (planes <= k < samples).
   static constexpr std::size_t kAbsent = SIZE_MAX;
 
-  /// Blocks of `width` element columns. The offsets within a block depend
-  /// only on where it starts among the samples of a pixel (its phase), so
-  /// they are worked out once per call for every phase, unless there are
-  /// so many samples that a block's are worked out each time.
+  /// Blocks of `width` element columns. One table serves every block: the
+  /// offsets of element columns 0, 1, 2, ... from the first pixel, for as
+  /// many columns as a block reaches from any sample of that pixel.
   BlockColumns(std::size_t column, std::size_t plane, std::size_t samples, std::size_t planes, std::size_t width)
-      : column_(column),
-        plane_(plane),
-        samples_(samples),
-        planes_(planes),
-        width_(width),
-        cached_(samples <= kCachedPhases) {
-    // Up to kInline offsets live here; more (several phases of wide
-    // blocks) take one allocation for the call.
-    const std::size_t size = (cached_ ? samples : 1) * width;
+      : column_(column), samples_(samples) {
+    const std::size_t size = width + samples - 1;
+    // Most tables fit here; a pixel of very many samples takes one
+    // allocation for the call.
     if (size > kInline) heap_.resize(size);
     table_ = size > kInline ? heap_.data() : inline_;
-    if (cached_)
-      for (std::size_t phase = 0; phase < samples; ++phase) fill(phase, table_ + phase * width);
+    std::size_t k = 0, pixel = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+      table_[i] = k < planes ? pixel + k * plane : kAbsent;
+      if (++k == samples) {
+        k = 0;
+        pixel += column;
+      }
+    }
   }
   BlockColumns(const BlockColumns&) = delete;
   BlockColumns& operator=(const BlockColumns&) = delete;
@@ -49,31 +61,15 @@ class BlockColumns {
   /// The offsets of element columns j0 .. j0 + width - 1, relative to
   /// `first`, the offset of the pixel that column j0 belongs to. One
   /// division per block, none per element.
-  const std::size_t* offsets(std::size_t j0, std::size_t& first) {
-    const std::size_t phase = j0 % samples_;
+  const std::size_t* offsets(std::size_t j0, std::size_t& first) const {
     first = j0 / samples_ * column_;
-    if (cached_) return table_ + phase * width_;
-    fill(phase, table_);
-    return table_;
+    return table_ + j0 % samples_;
   }
 
  private:
-  static constexpr std::size_t kCachedPhases = 16;
-  static constexpr std::size_t kInline = 512;  // one phase of a 1-bit block
+  static constexpr std::size_t kInline = 1024;
 
-  void fill(std::size_t phase, std::size_t* out) const {
-    std::size_t k = phase, pixel = 0;
-    for (std::size_t i = 0; i < width_; ++i) {
-      out[i] = k < planes_ ? pixel + k * plane_ : kAbsent;
-      if (++k == samples_) {
-        k = 0;
-        pixel += column_;
-      }
-    }
-  }
-
-  std::size_t column_, plane_, samples_, planes_, width_;
-  bool cached_;
+  std::size_t column_, samples_;
   std::size_t inline_[kInline];
   std::vector<std::size_t> heap_;
   std::size_t* table_;

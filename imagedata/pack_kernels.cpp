@@ -6,7 +6,6 @@
 #include <cstdint>  // SIZE_MAX
 #include <cstring>  // std::memcpy
 #include <initializer_list>
-#include <type_traits>  // std::integral_constant
 #include <utility>
 
 namespace tiffgate::detail {
@@ -121,16 +120,6 @@ void scalar_columns_to_bits(const SourceView& in, std::size_t rows, std::size_t 
 }
 
 // --- choosing the kernel for a chunk -----------------------------------------
-
-/// Calls run<Width>() with the widest block, 64, 32 or 16 bytes, that rows
-/// of `bytes` bytes hold; false when they hold none.
-template <class Run>
-bool with_block_width(std::size_t bytes, Run run) {
-  if (bytes >= 64) return run(std::integral_constant<std::size_t, 64>()), true;
-  if (bytes >= 32) return run(std::integral_constant<std::size_t, 32>()), true;
-  if (bytes >= 16) return run(std::integral_constant<std::size_t, 16>()), true;
-  return false;
-}
 
 /// 16-byte blocks of the tallest height H (a power of two, at most the
 /// elements in a lane) that `rows` rows fill.

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>  // std::size
-#include <type_traits>  // std::integral_constant
 #include <utility>
 
 namespace tiffgate {
@@ -131,16 +130,6 @@ void scalar_bits_to_columns(const unsigned char* chunk, std::size_t stride, std:
 
 // --- choosing the kernel for a chunk -----------------------------------------
 
-/// Calls run<Width>() with the widest block, 64, 32 or 16 bytes, that rows
-/// of `bytes` bytes hold; false when they hold none.
-template <class Run>
-bool with_block_width(std::size_t bytes, Run run) {
-  if (bytes >= 64) return run(std::integral_constant<std::size_t, 64>()), true;
-  if (bytes >= 32) return run(std::integral_constant<std::size_t, 32>()), true;
-  if (bytes >= 16) return run(std::integral_constant<std::size_t, 16>()), true;
-  return false;
-}
-
 /// 16-byte blocks of the tallest height H (a power of two, at most the
 /// elements in a lane) that `kept` rows fill.
 template <class T, std::size_t Width, std::size_t H = 16 / sizeof(T)>
@@ -192,7 +181,7 @@ void rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t
   const std::size_t elements = out.columns * out.samples;
   if (kept == 0 || elements == 0) return;
   constexpr std::size_t tall = 32 / sizeof(T);  // rows of a 32-byte block
-  if (kept >= 2 && with_block_width(elements * sizeof(T), [&](auto width) {
+  if (kept >= 2 && detail::with_block_width(elements * sizeof(T), [&](auto width) {
 #if TIFFGATE_HAVE_VECTOR32
         if (I == Isa::vector32 && kept >= tall) return v32::blocks_to_columns<T, tall, decltype(width)::value>(chunk, stride, kept, out);
 #endif
@@ -209,7 +198,7 @@ void bits_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t
   const std::size_t fullBytes = bits / 8;  // bytes whose 8 bits are all samples
   if (kept == 0 || bits == 0) return;
   std::size_t done = 0;  // bits handled by vector code
-  if (kept >= 2 && with_block_width(fullBytes, [&](auto width) {
+  if (kept >= 2 && detail::with_block_width(fullBytes, [&](auto width) {
 #if TIFFGATE_HAVE_VECTOR32
         if (I == Isa::vector32 && kept >= 32)
           return v32::bit_blocks_to_columns<32, decltype(width)::value>(chunk, stride, kept, fullBytes, out);
