@@ -1,30 +1,33 @@
 #pragma once
-/// The buffer of one strip or tile that the read and write commands hand to
-/// libtiff.
-
-#include <tiffio.h>
+/// The buffer a strip or tile travels through between libtiff and a kernel.
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <new>
 
-namespace tiffgate::detail {
+namespace tiffgate {
 
-/// A zero-filled chunk buffer of libtiff's chunk size (empty when libtiff
-/// could not compute one). calloc rather than a vector: a large buffer comes
-/// zeroed from the system without being written page by page, and a size no
-/// system can give (a malformed file's strip of hundreds of gigabytes) fails
-/// at once as bad_alloc.
+/// A buffer of libtiff's chunk size (empty when libtiff could not compute
+/// one). Zero-filled on request with calloc: a large buffer then comes
+/// zeroed from the system without being written page by page. Otherwise
+/// left as malloc gives it, for a caller that writes every byte before
+/// libtiff sees any: a second full-size pass costs as much as the copy. A
+/// size no system can give (a malformed file's strip of hundreds of
+/// gigabytes) fails at once as bad_alloc.
 class ChunkBuffer {
  public:
-  explicit ChunkBuffer(tmsize_t size)
-      : size_(static_cast<std::size_t>(std::max<tmsize_t>(size, 0))),
-        data_(static_cast<unsigned char*>(std::calloc(std::max<std::size_t>(size_, 1), 1))) {
+  ChunkBuffer(std::int64_t size, bool zeroed)
+      : size_(static_cast<std::size_t>(std::max<std::int64_t>(size, 0))),
+        data_(static_cast<unsigned char*>(zeroed ? std::calloc(std::max<std::size_t>(size_, 1), 1)
+                                                 : std::malloc(std::max<std::size_t>(size_, 1)))) {
     if (!data_) throw std::bad_alloc();
   }
   unsigned char* data() const { return data_.get(); }
   std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
 
  private:
   struct Free {
@@ -34,4 +37,4 @@ class ChunkBuffer {
   std::unique_ptr<unsigned char, Free> data_;
 };
 
-}  // namespace tiffgate::detail
+}  // namespace tiffgate

@@ -1,12 +1,76 @@
 #include "imagedata/pack_kernels.h"
 
+#include "imagedata/block_columns.h"
+
 #include <algorithm>
 #include <cstdint>  // SIZE_MAX
 #include <cstring>  // std::memcpy
 #include <initializer_list>
+#include <utility>
 
 namespace tiffgate::detail {
 namespace {
+
+/// The source columns as the kernels walk them: column c of plane k starts
+/// at data + c * column + k * plane (bytes); planes at or past `planes`
+/// are absent and read as zero.
+struct SourceView {
+  const unsigned char* data;
+  std::size_t column;
+  std::size_t plane;
+  std::size_t columns;
+  std::size_t planes;
+};
+
+/// The source column of element column j = c * samples + k of a chunk row,
+/// for j = first, first + 1, ...; null for an absent plane. No division per
+/// element, and offsets rather than pointers until one is handed out.
+class SourceWalk {
+ public:
+  SourceWalk(const SourceView& in, std::size_t samples, std::size_t first)
+      : in_(in), samples_(samples), k_(first % samples), offset_(first / samples * in.column + k_ * in.plane) {}
+
+  const unsigned char* next() {
+    const unsigned char* here = k_ < in_.planes ? in_.data + offset_ : nullptr;
+    offset_ += in_.plane;
+    if (++k_ == samples_) {
+      k_ = 0;
+      offset_ += in_.column - samples_ * in_.plane;
+    }
+    return here;
+  }
+
+ private:
+  SourceView in_;
+  std::size_t samples_, k_, offset_;
+};
+
+}  // namespace
+
+// The vector work, as in unpack_kernels.cpp: a 16-byte build and, on
+// x86-64, a 32-byte build for AVX2, both with internal linkage.
+namespace {
+namespace v16 {
+constexpr std::size_t kVectorBytes = 16;
+#include "imagedata/vector_ops.inc"
+#include "imagedata/pack_body.inc"
+}  // namespace v16
+}  // namespace
+
+#if TIFFGATE_HAVE_VECTOR32
+TIFFGATE_BEGIN_AVX2
+namespace {
+namespace v32 {
+constexpr std::size_t kVectorBytes = 32;
+#include "imagedata/vector_ops.inc"
+#include "imagedata/pack_body.inc"
+}  // namespace v32
+}  // namespace
+TIFFGATE_END_AVX2
+#endif
+
+namespace {
+
 
 // Chunk sizes saturate instead of wrapping: a wrapped size could pass for a
 // small buffer that the kernel would then overrun.
@@ -17,41 +81,134 @@ std::size_t product(std::initializer_list<std::size_t> factors) {
   return result;
 }
 
-// Samples are moved with memcpy of a constant width: the compiler turns it
-// into one load and store, and floats travel as bits without aliasing.
-template <std::size_t Bytes>
-void copy_sample(unsigned char* out, const unsigned char* in) {
-  std::memcpy(out, in, Bytes);
-}
+// --- what the vector code does not cover -----------------------------------
 
-// One sample per pixel. Column by column, so the host array is read in its
-// own order; the chunk is written with a stride of one row.
-template <std::size_t Bytes>
-void pack_planar(const HostView& source, std::size_t rows, std::size_t columns, const ChunkView& chunk) {
-  const std::size_t rowStep = chunk.width * Bytes;
-  for (std::size_t c = 0; c < columns; ++c) {
-    const unsigned char* in = source.data + c * source.rows * Bytes;
-    unsigned char* out = chunk.data + c * Bytes;
-    for (std::size_t r = 0; r < rows; ++r, in += Bytes, out += rowStep) copy_sample<Bytes>(out, in);
-  }
-}
-
-// Several samples per pixel: each host plane k fills slot k of every pixel.
-template <std::size_t Bytes>
-void pack_interleaved(const HostView& source, std::size_t rows, std::size_t columns, const ChunkView& chunk) {
-  const std::size_t planes = std::min(source.planes, chunk.samples);
-  const std::size_t planeBytes = source.rows * source.columns * Bytes;
-  const std::size_t pixelBytes = chunk.samples * Bytes;
-  const std::size_t rowStep = chunk.width * pixelBytes;
-  for (std::size_t k = 0; k < planes; ++k) {
-    for (std::size_t c = 0; c < columns; ++c) {
-      const unsigned char* in = source.data + k * planeBytes + c * source.rows * Bytes;
-      unsigned char* out = chunk.data + c * pixelBytes + k * Bytes;
-      for (std::size_t r = 0; r < rows; ++r, in += Bytes, out += rowStep) copy_sample<Bytes>(out, in);
+/// Rows [0, rows) of element columns [first, last), column by column.
+template <class T>
+void scalar_columns_to_rows(const SourceView& in, std::size_t rows, std::size_t first, std::size_t last,
+                            const ChunkView& chunk) {
+  const std::size_t stride = chunk.width * chunk.samples * sizeof(T);
+  SourceWalk walk(in, chunk.samples, first);
+  for (std::size_t j = first; j < last; ++j) {
+    const unsigned char* src = walk.next();
+    unsigned char* dst = chunk.data + j * sizeof(T);
+    if (src == nullptr) {
+      for (std::size_t r = 0; r < rows; ++r, dst += stride) std::memset(dst, 0, sizeof(T));
+    } else {
+      for (std::size_t r = 0; r < rows; ++r, src += sizeof(T), dst += stride) std::memcpy(dst, src, sizeof(T));
     }
   }
 }
 
+/// Bytes [first, last) of rows [0, rows) of a 1-bit chunk whose rows hold
+/// `bits` samples of the region; later bits of the last byte are zero.
+void scalar_columns_to_bits(const SourceView& in, std::size_t rows, std::size_t first, std::size_t last,
+                            std::size_t bits, const ChunkView& chunk, std::size_t rowBytes) {
+  SourceWalk walk(in, chunk.samples, 8 * first);
+  for (std::size_t b = first; b < last; ++b) {
+    const unsigned char* src[8];
+    for (std::size_t p = 0; p < 8; ++p) src[p] = 8 * b + p < bits ? walk.next() : nullptr;
+    unsigned char* dst = chunk.data + b;
+    for (std::size_t r = 0; r < rows; ++r, dst += rowBytes) {
+      unsigned byte = 0;
+      for (std::size_t p = 0; p < 8; ++p)
+        byte |= static_cast<unsigned>(src[p] != nullptr && src[p][r] != 0) << (7 - p);
+      *dst = static_cast<unsigned char>(byte);
+    }
+  }
+}
+
+// --- choosing the kernel for a chunk -----------------------------------------
+
+/// 16-byte blocks of the tallest height H (a power of two, at most the
+/// elements in a lane) that `rows` rows fill.
+template <class T, std::size_t Width, std::size_t H = 16 / sizeof(T)>
+void v16_blocks(const SourceView& in, std::size_t rows, const ChunkView& chunk) {
+  if constexpr (H > 2) {
+    if (rows < H) return v16_blocks<T, Width, H / 2>(in, rows, chunk);
+  }
+  v16::columns_to_blocks<T, H, Width>(in, rows, chunk);
+}
+
+template <std::size_t Width, std::size_t H = 16>
+void v16_bit_blocks(const SourceView& in, std::size_t rows, std::size_t fullBytes, const ChunkView& chunk,
+                    std::size_t rowBytes) {
+  if constexpr (H > 2) {
+    if (rows < H) return v16_bit_blocks<Width, H / 2>(in, rows, fullBytes, chunk, rowBytes);
+  }
+  v16::columns_to_bit_blocks<H, Width>(in, rows, fullBytes, chunk, rowBytes);
+}
+
+/// One chunk row from source rows of one element column stride: a copy for
+/// one sample, the unriffle merge for 2 to 4. False when neither applies.
+template <class T, Isa I>
+bool interleave(const SourceView& in, const ChunkView& chunk) {
+  const std::size_t n = in.columns;
+  if (chunk.samples == 1) {
+    std::memcpy(chunk.data, in.data, n * sizeof(T));
+    return true;
+  }
+  using Row = void (*)(const SourceView&, std::size_t, unsigned char*);
+  constexpr std::size_t lane = 16 / sizeof(T);
+  std::size_t pixels = 2 * lane;  // pixels one step takes
+  Row merge[] = {v16::interleave_row<T, 2>, v16::interleave_row<T, 3>, v16::interleave_row<T, 4>};
+#if TIFFGATE_HAVE_VECTOR32
+  if (I == Isa::vector32) {
+    pixels = 4 * lane;
+    merge[0] = v32::interleave_row<T, 2>;
+    merge[1] = v32::interleave_row<T, 3>;
+    merge[2] = v32::interleave_row<T, 4>;
+  }
+#endif
+  if (chunk.samples > 4 || n < pixels) return false;
+  merge[chunk.samples - 2](in, n, chunk.data);
+  return true;
+}
+
+template <class T, Isa I>
+void pack_elements(const HostView& source, std::size_t rows, std::size_t columns, const ChunkView& chunk) {
+  if (rows == 0 || columns == 0) return;
+  constexpr std::size_t lane = 16 / sizeof(T);
+  const SourceView in{source.data, source.rows * sizeof(T), source.rows * source.columns * sizeof(T), columns,
+                      std::min(source.planes, chunk.samples)};
+  const std::size_t elements = columns * chunk.samples;
+  if (rows >= 2 && with_block_width(elements * sizeof(T), [&](auto width) {
+#if TIFFGATE_HAVE_VECTOR32
+        if (I == Isa::vector32 && rows >= 2 * lane)
+          return v32::columns_to_blocks<T, 2 * lane, decltype(width)::value>(in, rows, chunk);
+#endif
+        v16_blocks<T, decltype(width)::value>(in, rows, chunk);
+      }))
+    return;
+  if (rows == 1 && in.column == sizeof(T) && in.planes > 0 && interleave<T, I>(in, chunk)) return;
+  scalar_columns_to_rows<T>(in, rows, 0, elements, chunk);
+}
+
+template <Isa I>
+void pack_bits_with(const HostView& source, std::size_t rows, std::size_t columns, const ChunkView& chunk) {
+  if (rows == 0 || columns == 0) return;
+  const std::size_t rowBytes = bit_row_bytes(chunk.width, chunk.samples);
+  // Column stride `rows`, not source.rows: see the header.
+  const SourceView in{source.data, rows, source.rows * source.columns, columns,
+                      std::min(source.planes, chunk.samples)};
+  const std::size_t bits = columns * chunk.samples;
+  const std::size_t fullBytes = bits / 8;
+  std::size_t done = 0;  // bytes written by vector code
+  if (rows >= 2 && with_block_width(fullBytes, [&](auto width) {
+#if TIFFGATE_HAVE_VECTOR32
+        if (I == Isa::vector32 && rows >= 32)
+          return v32::columns_to_bit_blocks<32, decltype(width)::value>(in, rows, fullBytes, chunk, rowBytes);
+#endif
+        v16_bit_blocks<decltype(width)::value>(in, rows, fullBytes, chunk, rowBytes);
+      }))
+    done = fullBytes;
+  scalar_columns_to_bits(in, rows, done, ceil_div(bits, 8), bits, chunk, rowBytes);
+}
+
+/// Unit rows in bands, and within a band unit column by unit column, so
+/// that the Y columns are read in order. Clamping to Y's own extent keeps
+/// every read inside the array when the data's rows or columns are not
+/// multiples of the subsampling (the edge sample repeats).
 template <std::size_t Bytes>
 void pack_ycbcr(const HostView& y, const HostView& cb, const HostView& cr, std::size_t rows, std::size_t columns,
                 Subsampling subsampling, const ChunkView& chunk) {
@@ -62,43 +219,48 @@ void pack_ycbcr(const HostView& y, const HostView& cb, const HostView& cr, std::
   const std::size_t unitRows = ceil_div(rows, v);
   const std::size_t unitColumns = ceil_div(columns, h);
   if (unitRows == 0 || unitColumns == 0) return;
-  // Clamping to Y's own extent keeps every read inside the array when the
-  // data's rows or columns are not multiples of the subsampling.
   const std::size_t lastRow = y.rows - 1;
   const std::size_t lastColumn = y.columns - 1;
-  for (std::size_t ur = 0; ur < unitRows; ++ur) {
-    unsigned char* out = chunk.data + ur * rowBytes;
+  constexpr std::size_t kBandUnits = 16;
+  for (std::size_t top = 0; top < unitRows; top += kBandUnits) {
+    const std::size_t bottom = std::min(top + kBandUnits, unitRows);
     for (std::size_t uc = 0; uc < unitColumns; ++uc) {
-      for (std::size_t dy = 0; dy < v; ++dy) {
-        const std::size_t row = std::min(ur * v + dy, lastRow);
-        for (std::size_t dx = 0; dx < h; ++dx, out += Bytes) {
-          const std::size_t column = std::min(uc * h + dx, lastColumn);
-          copy_sample<Bytes>(out, y.data + (row + column * y.rows) * Bytes);
+      for (std::size_t ur = top; ur < bottom; ++ur) {
+        unsigned char* out = chunk.data + ur * rowBytes + uc * unitBytes;
+        for (std::size_t dy = 0; dy < v; ++dy) {
+          const unsigned char* row = y.data + std::min(ur * v + dy, lastRow) * Bytes;
+          for (std::size_t dx = 0; dx < h; ++dx, out += Bytes)
+            std::memcpy(out, row + std::min(uc * h + dx, lastColumn) * y.rows * Bytes, Bytes);
         }
+        std::memcpy(out, cb.data + (ur + uc * cb.rows) * Bytes, Bytes);
+        std::memcpy(out + Bytes, cr.data + (ur + uc * cr.rows) * Bytes, Bytes);
       }
-      const std::size_t chroma = ur + uc * cb.rows;
-      copy_sample<Bytes>(out, cb.data + chroma * Bytes);
-      copy_sample<Bytes>(out + Bytes, cr.data + (ur + uc * cr.rows) * Bytes);
-      out += 2 * Bytes;
     }
   }
 }
 
-template <std::size_t Bytes>
-ElementPacker pick_element(std::size_t samples) {
-  return samples == 1 ? &pack_planar<Bytes> : &pack_interleaved<Bytes>;
+template <Isa I>
+ElementPacker element_packer_for(std::size_t elementBytes) {
+  switch (elementBytes) {
+    case 1: return &pack_elements<std::uint8_t, I>;
+    case 2: return &pack_elements<std::uint16_t, I>;
+    case 4: return &pack_elements<std::uint32_t, I>;
+    case 8: return &pack_elements<std::uint64_t, I>;
+    default: return nullptr;
+  }
 }
 
 }  // namespace
 
+ElementPacker element_packer(std::size_t elementBytes, std::size_t samples, Isa isa) {
+  // One kernel serves every sample count: it reads the count from the chunk.
+  (void)samples;
+  return isa == Isa::vector32 && isa_supported(isa) ? element_packer_for<Isa::vector32>(elementBytes)
+                                                    : element_packer_for<Isa::vector16>(elementBytes);
+}
+
 ElementPacker element_packer(std::size_t elementBytes, std::size_t samples) {
-  switch (elementBytes) {
-    case 1: return pick_element<1>(samples);
-    case 2: return pick_element<2>(samples);
-    case 4: return pick_element<4>(samples);
-    case 8: return pick_element<8>(samples);
-    default: return nullptr;
-  }
+  return element_packer(elementBytes, samples, best_isa());
 }
 
 std::size_t element_chunk_bytes(std::size_t width, std::size_t length, std::size_t samples,
@@ -106,20 +268,12 @@ std::size_t element_chunk_bytes(std::size_t width, std::size_t length, std::size
   return product({width, length, samples, elementBytes});
 }
 
+BitPacker bit_packer(Isa isa) {
+  return isa == Isa::vector32 && isa_supported(isa) ? pack_bits_with<Isa::vector32> : pack_bits_with<Isa::vector16>;
+}
+
 void pack_bits(const HostView& source, std::size_t rows, std::size_t columns, const ChunkView& chunk) {
-  const std::size_t rowBytes = bit_row_bytes(chunk.width, chunk.samples);
-  const std::size_t planes = std::min(source.planes, chunk.samples);
-  const std::size_t planeElements = source.rows * source.columns;
-  for (std::size_t k = 0; k < planes; ++k) {
-    for (std::size_t c = 0; c < columns; ++c) {
-      const std::size_t bit = c * chunk.samples + k;
-      const auto mask = static_cast<unsigned char>(0x80u >> (bit & 7u));
-      const unsigned char* in = source.data + k * planeElements + c * rows;
-      unsigned char* out = chunk.data + (bit >> 3);
-      for (std::size_t r = 0; r < rows; ++r, out += rowBytes)
-        *out = static_cast<unsigned char>(*out | (in[r] != 0 ? mask : 0u));
-    }
-  }
+  bit_packer(best_isa())(source, rows, columns, chunk);
 }
 
 std::size_t bit_row_bytes(std::size_t width, std::size_t samples) {

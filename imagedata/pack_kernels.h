@@ -3,12 +3,15 @@
 /// row-major, pixel-interleaved chunk buffers. Pure functions: no host and
 /// no libtiff, so their insides can be tuned without touching the commands.
 ///
-/// Every kernel copies a region of `rows` x `columns` pixels (the data cut
-/// to the chunk) and leaves the rest of the chunk as it was: the caller
-/// hands in a zero-filled chunk, so edges and undersized data stay zero.
-/// The caller guarantees that the chunk holds the bytes that the matching
-/// *_chunk_bytes function names, and that rows and columns do not exceed the
-/// source array or the chunk.
+/// Every kernel fills a region of `rows` x `columns` pixels (the data cut
+/// to the chunk), every sample of it, and leaves the rest of the chunk as it
+/// was: a caller whose data does not cover the chunk hands in a zero-filled
+/// one, so that edges and undersized data stay zero. The caller guarantees
+/// that the chunk holds the bytes that the matching *_chunk_bytes function
+/// names, and that rows and columns do not exceed the source array or the
+/// chunk.
+
+#include "imagedata/isa.h"
 
 #include "imagedata/kernel_shapes.h"
 
@@ -35,14 +38,16 @@ struct ChunkView {
 // --- whole samples of 1, 2, 4 or 8 bytes, copied as their bits ---
 
 /// Sample k of pixel (r, c) goes to chunk element (r * width + c) * samples
-/// + k. Samples the source lacks (planes < samples) stay zero; planes
-/// beyond the chunk's samples are not read.
+/// + k. Samples the source lacks (planes < samples) are written as zero;
+/// planes beyond the chunk's samples are not read.
 using ElementPacker = void (*)(const HostView& source, std::size_t rows, std::size_t columns,
                                const ChunkView& chunk);
 
 /// The packer for one element width and sample count; null for a width
-/// other than 1, 2, 4 or 8.
+/// other than 1, 2, 4 or 8. Built for the processor's best vector width, or
+/// for `isa` (an isa the processor lacks gives the 16-byte build).
 ElementPacker element_packer(std::size_t elementBytes, std::size_t samples);
+ElementPacker element_packer(std::size_t elementBytes, std::size_t samples, Isa isa);
 std::size_t element_chunk_bytes(std::size_t width, std::size_t length, std::size_t samples,
                                  std::size_t elementBytes);
 
@@ -50,11 +55,14 @@ std::size_t element_chunk_bytes(std::size_t width, std::size_t length, std::size
 
 /// Rows start at multiples of bit_row_bytes; sample k of column c is bit
 /// c * samples + k of its row, most significant bit first, set for a
-/// nonzero source byte. The source is read with a column stride of `rows`
+/// nonzero source byte. Each row's region is written in whole bytes: the
+/// bits of its last byte past the region come out zero. The source is read with a column stride of `rows`
 /// (the rows written), not source.rows: with more source rows than the
 /// chunk takes, values come from shifted positions. That is the
 /// established behaviour of this command and is kept.
 void pack_bits(const HostView& source, std::size_t rows, std::size_t columns, const ChunkView& chunk);
+using BitPacker = void (*)(const HostView& source, std::size_t rows, std::size_t columns, const ChunkView& chunk);
+BitPacker bit_packer(Isa isa);
 std::size_t bit_row_bytes(std::size_t width, std::size_t samples);
 std::size_t bit_chunk_bytes(std::size_t width, std::size_t length, std::size_t samples);
 

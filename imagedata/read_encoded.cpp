@@ -3,6 +3,7 @@
 #include "gateway/errors.h"
 #include "gateway/handlers.h"
 #include "imagedata/chunk_buffer.h"
+#include "imagedata/kernel_shapes.h"
 #include "imagedata/layout.h"
 #include "imagedata/memory_limit.h"
 #include "imagedata/unpack_kernels.h"
@@ -89,7 +90,8 @@ std::size_t remaining(std::uint64_t total, std::uint64_t used, std::uint64_t lim
   return static_cast<std::size_t>(std::min(total > used ? total - used : 0, limit));
 }
 
-using detail::ChunkBuffer;
+using detail::ceil_div;
+using detail::element_bytes;
 
 /// Refuses a chunk whose buffer and host array would not fit in memory
 /// together (see memory_limit.h), telling the bytes they would take and
@@ -170,7 +172,8 @@ TG_HANDLER(handle_read_encoded_strip) {
 
   const tmsize_t size = TIFFStripSize(tif);
   check_chunk_fits(strip, size, layout);
-  const ChunkBuffer chunk(size);
+  // Zeroed: what a short or failed decode leaves unwritten comes out as zero.
+  const ChunkBuffer chunk(size, true);
   // The buffer's size rather than -1: the same for every consistent file,
   // and libtiff then never writes past the buffer when its strip sizes
   // disagree (an overflowing full strip size reads back as 0).
@@ -203,7 +206,7 @@ TG_HANDLER(handle_read_encoded_tile) {
   if (tile >= tiles) raise(Tiff::badTileNumber(tiles));
 
   check_chunk_fits(tile, size, layout);
-  const ChunkBuffer chunk(size);
+  const ChunkBuffer chunk(size, true);
   // The result is not examined: a failed decode leaves zeros, and libtiff's
   // message becomes a warning.
   TIFFReadEncodedTile(tif, tile, chunk.data(), static_cast<tmsize_t>(chunk.size()));

@@ -1,10 +1,81 @@
 #include "imagedata/unpack_kernels.h"
 
+#include "imagedata/block_columns.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <iterator>  // std::size
+#include <utility>
 
-namespace tiffgate::detail {
+namespace tiffgate {
+namespace {
+
+using detail::Isa;
+
+/// The output planes: element (r, c, k) at data + (r + c * rows + k * rows *
+/// columns) * element size.
+struct PlaneView {
+  unsigned char* data;
+  std::size_t rows;
+  std::size_t columns;
+  std::size_t samples;
+};
+
+/// The destination column of element column j = c * samples + k of a chunk
+/// row, for j = first, first + 1, ..., found without a division per element.
+/// Offsets rather than pointers, so that stepping past the last column is
+/// plain unsigned arithmetic.
+class ColumnWalk {
+ public:
+  ColumnWalk(const PlaneView& view, std::size_t elementSize, std::size_t first)
+      : data_(view.data),
+        column_(view.rows * elementSize),
+        plane_(view.rows * view.columns * elementSize),
+        samples_(view.samples),
+        k_(first % view.samples),
+        offset_(first / view.samples * column_ + k_ * plane_) {}
+
+  unsigned char* next() {
+    unsigned char* here = data_ + offset_;
+    offset_ += plane_;
+    if (++k_ == samples_) {
+      k_ = 0;
+      offset_ += column_ - samples_ * plane_;
+    }
+    return here;
+  }
+
+ private:
+  unsigned char* data_;
+  std::size_t column_, plane_, samples_, k_, offset_;
+};
+
+}  // namespace
+
+// The vector work, once with 16-byte vectors and, on x86-64, once more with
+// 32-byte vectors compiled for AVX2. Internal linkage throughout, so neither
+// build's code can stand in for the other's at link time.
+namespace {
+namespace v16 {
+constexpr std::size_t kVectorBytes = 16;
+#include "imagedata/vector_ops.inc"
+#include "imagedata/unpack_body.inc"
+}  // namespace v16
+}  // namespace
+
+#if TIFFGATE_HAVE_VECTOR32
+TIFFGATE_BEGIN_AVX2
+namespace {
+namespace v32 {
+constexpr std::size_t kVectorBytes = 32;
+#include "imagedata/vector_ops.inc"
+#include "imagedata/unpack_body.inc"
+}  // namespace v32
+}  // namespace
+TIFFGATE_END_AVX2
+#endif
+
 namespace {
 
 /// One element of the chunk; memcpy because the buffer holds bytes.
@@ -31,30 +102,148 @@ void zero_rows(T* out, std::size_t rows, std::size_t columns, std::size_t from) 
   for (std::size_t c = 0; c < columns; ++c) std::fill(out + c * rows + from, out + (c + 1) * rows, T{});
 }
 
+// --- what the vector code does not cover -----------------------------------
+
+/// Rows [0, kept) of element columns [first, last), column by column.
 template <class T>
+void scalar_rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, std::size_t first,
+                            std::size_t last, const PlaneView& out) {
+  ColumnWalk walk(out, sizeof(T), first);
+  for (std::size_t j = first; j < last; ++j) {
+    unsigned char* dst = walk.next();
+    const unsigned char* src = chunk + j * sizeof(T);
+    for (std::size_t r = 0; r < kept; ++r, src += stride, dst += sizeof(T)) std::memcpy(dst, src, sizeof(T));
+  }
+}
+
+/// The same for 1-bit samples: bit j of each row, most significant first.
+void scalar_bits_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, std::size_t first,
+                            std::size_t last, const PlaneView& out) {
+  ColumnWalk walk(out, 1, first);
+  for (std::size_t j = first; j < last; ++j) {
+    unsigned char* dst = walk.next();
+    const unsigned char* src = chunk + (j >> 3);
+    const unsigned shift = 7 - static_cast<unsigned>(j & 7);
+    for (std::size_t r = 0; r < kept; ++r, src += stride) dst[r] = (*src >> shift) & 1;
+  }
+}
+
+// --- choosing the kernel for a chunk -----------------------------------------
+
+/// 16-byte blocks of the tallest height H (a power of two, at most the
+/// elements in a lane) that `kept` rows fill.
+template <class T, std::size_t Width, std::size_t H = 16 / sizeof(T)>
+void v16_blocks(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out) {
+  if constexpr (H > 2) {
+    if (kept < H) return v16_blocks<T, Width, H / 2>(chunk, stride, kept, out);
+  }
+  v16::blocks_to_columns<T, H, Width>(chunk, stride, kept, out);
+}
+
+template <std::size_t Width, std::size_t H = 16>
+void v16_bit_blocks(const unsigned char* chunk, std::size_t stride, std::size_t kept, std::size_t fullBytes,
+                    const PlaneView& out) {
+  if constexpr (H > 2) {
+    if (kept < H) return v16_bit_blocks<Width, H / 2>(chunk, stride, kept, fullBytes, out);
+  }
+  v16::bit_blocks_to_columns<H, Width>(chunk, stride, kept, fullBytes, out);
+}
+
+/// A single row into planes of one row: a copy for one sample, the riffle
+/// sort for 2 to 4. False when neither applies.
+template <class T, Isa I>
+bool deinterleave(const unsigned char* row, const PlaneView& out) {
+  const std::size_t n = out.columns;
+  if (out.samples == 1) {
+    std::memcpy(out.data, row, n * sizeof(T));
+    return true;
+  }
+  using Row = void (*)(const unsigned char*, std::size_t, unsigned char*);
+  constexpr std::size_t lane = 16 / sizeof(T);
+  std::size_t pixels = 2 * lane;  // pixels one step takes
+  Row sort[] = {v16::deinterleave_row<T, 2>, v16::deinterleave_row<T, 3>, v16::deinterleave_row<T, 4>};
+#if TIFFGATE_HAVE_VECTOR32
+  if (I == Isa::vector32) {
+    pixels = 4 * lane;
+    sort[0] = v32::deinterleave_row<T, 2>;
+    sort[1] = v32::deinterleave_row<T, 3>;
+    sort[2] = v32::deinterleave_row<T, 4>;
+  }
+#endif
+  if (out.samples > 4 || n < pixels) return false;
+  sort[out.samples - 2](row, n, out.data);
+  return true;
+}
+
+/// Rows [0, kept) of the chunk into the planes.
+template <class T, Isa I>
+void rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out) {
+  const std::size_t elements = out.columns * out.samples;
+  if (kept == 0 || elements == 0) return;
+  constexpr std::size_t tall = 32 / sizeof(T);  // rows of a 32-byte block
+  if (kept >= 2 && detail::with_block_width(elements * sizeof(T), [&](auto width) {
+#if TIFFGATE_HAVE_VECTOR32
+        if (I == Isa::vector32 && kept >= tall) return v32::blocks_to_columns<T, tall, decltype(width)::value>(chunk, stride, kept, out);
+#endif
+        v16_blocks<T, decltype(width)::value>(chunk, stride, kept, out);
+      }))
+    return;
+  if (out.rows == 1 && deinterleave<T, I>(chunk, out)) return;
+  scalar_rows_to_columns<T>(chunk, stride, kept, 0, elements, out);
+}
+
+template <Isa I>
+void bits_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out) {
+  const std::size_t bits = out.columns * out.samples;
+  const std::size_t fullBytes = bits / 8;  // bytes whose 8 bits are all samples
+  if (kept == 0 || bits == 0) return;
+  std::size_t done = 0;  // bits handled by vector code
+  if (kept >= 2 && detail::with_block_width(fullBytes, [&](auto width) {
+#if TIFFGATE_HAVE_VECTOR32
+        if (I == Isa::vector32 && kept >= 32)
+          return v32::bit_blocks_to_columns<32, decltype(width)::value>(chunk, stride, kept, fullBytes, out);
+#endif
+        v16_bit_blocks<decltype(width)::value>(chunk, stride, kept, fullBytes, out);
+      })) {
+    done = 8 * fullBytes;
+  } else if (out.rows == 1 && out.samples == 1 && fullBytes >= 32) {
+#if TIFFGATE_HAVE_VECTOR32
+    if (I == Isa::vector32)
+      v32::expand_bit_row(chunk, fullBytes, out.data);
+    else
+#endif
+      v16::expand_bit_row(chunk, fullBytes, out.data);
+    done = 8 * fullBytes;
+  }
+  scalar_bits_to_columns(chunk, stride, kept, done, bits, out);
+}
+
+// --- the kernels -------------------------------------------------------------
+
+template <class T, Isa I>
 void unpack_elements(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, void* output) {
   T* out = static_cast<T*>(output);
-  const std::size_t m = shape.rows, n = shape.columns, spc = shape.samples, plane = m * n;
+  const std::size_t m = shape.rows, n = shape.columns, spc = shape.samples;
   const std::size_t stride = shape.width * spc * sizeof(T);
   const std::size_t kept = readable_rows(bytes, stride, n * spc * sizeof(T), m);
-  if (spc == 1) {
-    for (std::size_t r = 0; r < kept; ++r) {
-      const unsigned char* src = chunk + r * stride;
-      T* dst = out + r;
-      for (std::size_t c = 0; c < n; ++c, src += sizeof(T), dst += m) *dst = load<T>(src);
-    }
-  } else {
-    for (std::size_t r = 0; r < kept; ++r) {
-      const unsigned char* src = chunk + r * stride;
-      for (std::size_t c = 0; c < n; ++c) {
-        T* dst = out + r + c * m;
-        for (std::size_t k = 0; k < spc; ++k, src += sizeof(T), dst += plane) *dst = load<T>(src);
-      }
-    }
-  }
+  rows_to_columns<T, I>(chunk, stride, kept, {static_cast<unsigned char*>(output), m, n, spc});
   zero_rows(out, m, n * spc, kept);
 }
 
+template <Isa I>
+void unpack_bits_with(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, bool* out) {
+  const std::size_t m = shape.rows, n = shape.columns, spc = shape.samples;
+  const std::size_t stride = (shape.width * spc + 7) / 8;
+  const std::size_t kept = readable_rows(bytes, stride, (n * spc + 7) / 8, m);
+  // A bool is one byte holding 0 or 1 here, which is what the vector code stores.
+  static_assert(sizeof(bool) == 1);
+  bits_to_columns<I>(chunk, stride, kept, {reinterpret_cast<unsigned char*>(out), m, n, spc});
+  zero_rows(out, m, n * spc, kept);
+}
+
+/// Y, Cb and Cr of unit rows [0, kept). Bands of unit rows, and within a
+/// band unit column by unit column, so each Y column is written in order;
+/// the units at the right and bottom edges keep only what lies inside.
 template <class T>
 void unpack_ycbcr(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, Subsampling f,
                   void* yPlane, void* cbPlane, void* crPlane) {
@@ -62,22 +251,24 @@ void unpack_ycbcr(const unsigned char* chunk, std::size_t bytes, const ChunkShap
   T* cb = static_cast<T*>(cbPlane);
   T* cr = static_cast<T*>(crPlane);
   const std::size_t h = f.horizontal, v = f.vertical, m = shape.rows, n = shape.columns;
-  const std::size_t cm = ceil_div(m, v), cn = ceil_div(n, h);
+  const std::size_t cm = chroma_extent(m, v), cn = chroma_extent(n, h);
   const std::size_t lumaPerUnit = h * v, unit = (lumaPerUnit + 2) * sizeof(T);
-  const std::size_t stride = ceil_div(shape.width, h) * unit;  // units per chunk row, rounded up
+  const std::size_t stride = chroma_extent(shape.width, h) * unit;  // units per chunk row, rounded up
   const std::size_t kept = readable_rows(bytes, stride, cn * unit, cm);
-  for (std::size_t ur = 0; ur < kept; ++ur) {
-    const unsigned char* src = chunk + ur * stride;
-    for (std::size_t uc = 0; uc < cn; ++uc, src += unit) {
-      const unsigned char* luma = src;
-      for (std::size_t kv = 0, row = ur * v; kv < v; ++kv, ++row) {
-        for (std::size_t kh = 0, col = uc * h; kh < h; ++kh, ++col, luma += sizeof(T)) {
-          // Units at the right and bottom edges reach past the image.
-          if (row < m && col < n) y[row + col * m] = load<T>(luma);
-        }
+  constexpr std::size_t kBandUnits = 16;
+  for (std::size_t top = 0; top < kept; top += kBandUnits) {
+    const std::size_t bottom = std::min(top + kBandUnits, kept);
+    for (std::size_t uc = 0; uc < cn; ++uc) {
+      const std::size_t col0 = uc * h, cols = std::min(h, n - col0);
+      for (std::size_t ur = top; ur < bottom; ++ur) {
+        const unsigned char* src = chunk + ur * stride + uc * unit;
+        const std::size_t row0 = ur * v, rows = std::min(v, m - row0);
+        for (std::size_t kv = 0; kv < rows; ++kv)
+          for (std::size_t kh = 0; kh < cols; ++kh)
+            y[row0 + kv + (col0 + kh) * m] = load<T>(src + (kv * h + kh) * sizeof(T));
+        cb[ur + uc * cm] = load<T>(src + lumaPerUnit * sizeof(T));
+        cr[ur + uc * cm] = load<T>(src + (lumaPerUnit + 1) * sizeof(T));
       }
-      cb[ur + uc * cm] = load<T>(src + lumaPerUnit * sizeof(T));
-      cr[ur + uc * cm] = load<T>(src + (lumaPerUnit + 1) * sizeof(T));
     }
   }
   zero_rows(y, m, n, std::min(m, kept * v));
@@ -86,38 +277,36 @@ void unpack_ycbcr(const unsigned char* chunk, std::size_t bytes, const ChunkShap
 }
 
 // Indexed by element size; sizes 0, 3, 5, 6 and 7 have no kernel.
+template <Isa I>
 constexpr ElementUnpacker kElementUnpackers[] = {
-    nullptr, unpack_elements<std::uint8_t>, unpack_elements<std::uint16_t>, nullptr,
-    unpack_elements<std::uint32_t>, nullptr, nullptr, nullptr, unpack_elements<std::uint64_t>};
+    nullptr, unpack_elements<std::uint8_t, I>, unpack_elements<std::uint16_t, I>, nullptr,
+    unpack_elements<std::uint32_t, I>, nullptr, nullptr, nullptr, unpack_elements<std::uint64_t, I>};
 constexpr YCbCrUnpacker kYCbCrUnpackers[] = {
     nullptr, unpack_ycbcr<std::uint8_t>, unpack_ycbcr<std::uint16_t>, nullptr,
     unpack_ycbcr<std::uint32_t>, nullptr, nullptr, nullptr, unpack_ycbcr<std::uint64_t>};
-constexpr std::size_t kKernelSizes = sizeof kElementUnpackers / sizeof kElementUnpackers[0];
+constexpr std::size_t kKernelSizes = std::size(kYCbCrUnpackers);
 
 }  // namespace
 
-ElementUnpacker element_unpacker(std::size_t elementSize) {
-  return elementSize < kKernelSizes ? kElementUnpackers[elementSize] : nullptr;
+ElementUnpacker element_unpacker(std::size_t elementSize, Isa isa) {
+  if (elementSize >= kKernelSizes) return nullptr;
+  return isa == Isa::vector32 && detail::isa_supported(isa) ? kElementUnpackers<Isa::vector32>[elementSize]
+                              : kElementUnpackers<Isa::vector16>[elementSize];
+}
+
+ElementUnpacker element_unpacker(std::size_t elementSize) { return element_unpacker(elementSize, detail::best_isa()); }
+
+BitUnpacker bit_unpacker(Isa isa) {
+  return isa == Isa::vector32 && detail::isa_supported(isa) ? unpack_bits_with<Isa::vector32>
+                                                             : unpack_bits_with<Isa::vector16>;
+}
+
+void unpack_bits(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, bool* out) {
+  bit_unpacker(detail::best_isa())(chunk, bytes, shape, out);
 }
 
 YCbCrUnpacker ycbcr_unpacker(std::size_t elementSize) {
   return elementSize < kKernelSizes ? kYCbCrUnpackers[elementSize] : nullptr;
 }
 
-void unpack_bits(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, bool* out) {
-  const std::size_t m = shape.rows, n = shape.columns, spc = shape.samples, plane = m * n;
-  const std::size_t stride = (shape.width * spc + 7) / 8;
-  const std::size_t kept = readable_rows(bytes, stride, (n * spc + 7) / 8, m);
-  for (std::size_t r = 0; r < kept; ++r) {
-    const unsigned char* row = chunk + r * stride;
-    std::size_t bit = 0;  // bit c * spc + k of the row
-    for (std::size_t c = 0; c < n; ++c) {
-      bool* dst = out + r + c * m;
-      for (std::size_t k = 0; k < spc; ++k, ++bit, dst += plane)
-        *dst = (row[bit >> 3] >> (7 - (bit & 7))) & 1;
-    }
-  }
-  zero_rows(out, m, n * spc, kept);
-}
-
-}  // namespace tiffgate::detail
+}  // namespace tiffgate

@@ -5,11 +5,12 @@
 /// chunk's `bytes` and writes every element of its outputs; whatever a short
 /// buffer does not hold comes out as zero.
 
+#include "imagedata/isa.h"
 #include "imagedata/kernel_shapes.h"
 
 #include <cstddef>
 
-namespace tiffgate::detail {
+namespace tiffgate {
 
 /// One decoded chunk and the part of it that lies inside the image.
 struct ChunkShape {
@@ -25,18 +26,29 @@ struct ChunkShape {
 using ElementUnpacker = void (*)(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape,
                                  void* out);
 /// The unpacker for elements of 1, 2, 4 or 8 bytes; null for other sizes.
+/// Built for the processor's best vector width, or for `isa` (the tests
+/// run both); an isa the processor lacks gives the 16-byte build.
 ElementUnpacker element_unpacker(std::size_t elementSize);
+ElementUnpacker element_unpacker(std::size_t elementSize, detail::Isa isa);
 
 /// 1-bit samples, most significant bit first; each chunk row holds
 /// W * samples bits and starts on a byte boundary.
 void unpack_bits(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, bool* out);
+using BitUnpacker = void (*)(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, bool* out);
+BitUnpacker bit_unpacker(detail::Isa isa);
+
+/// YCbCr subsampling factors (each at least 1).
+using detail::Subsampling;
+
+/// Rows or columns of a chroma plane for `luma` rows or columns: rounded up.
+inline std::size_t chroma_extent(std::size_t luma, std::size_t factor) { return (luma + factor - 1) / factor; }
 
 /// Subsampled YCbCr: the chunk is a row-major grid of data units, ceil(W / h)
 /// per row, each h*v luma samples (row by row) then one Cb and one Cr. Fills
-/// Y (M x N) and Cb, Cr (ceil_div(M, v) x ceil_div(N, h)).
+/// Y (M x N) and Cb, Cr (chroma_extent(M, v) x chroma_extent(N, h)).
 using YCbCrUnpacker = void (*)(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape,
                                Subsampling factors, void* y, void* cb, void* cr);
 /// The unpacker for elements of 1, 2, 4 or 8 bytes; null for other sizes.
 YCbCrUnpacker ycbcr_unpacker(std::size_t elementSize);
 
-}  // namespace tiffgate::detail
+}  // namespace tiffgate

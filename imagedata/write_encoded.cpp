@@ -62,56 +62,89 @@ detail::HostView view_of(const zvArray* image) {
   return {static_cast<const unsigned char*>(zvGetData(image)), dims[0], dims[1], planes};
 }
 
-/// Cuts the data to the chunk (with a warning for each cut, rows first) and
-/// packs it into the zero-filled buffer.
-void fit_and_pack(const ChunkKind& kind, const ImageLayout& layout, const zvArray* const images[],
-                  std::uint32_t chunk, const detail::ChunkBuffer& buffer) {
+/// Bytes per sample of the element and YCbCr packers; 0 for a depth they
+/// cannot move.
+std::size_t element_bytes(std::uint16_t bits) {
+  return bits == 8 || bits == 16 || bits == 32 || bits == 64 ? bits / 8u : 0;
+}
+
+/// The part of the data that goes into the chunk.
+struct Region {
+  std::size_t rows;
+  std::size_t columns;
+};
+
+/// Cuts the data to the chunk, with a warning for each cut, rows first.
+Region fit(const ChunkKind& kind, const ImageLayout& layout, const zvArray* image) {
   const std::size_t width = layout.chunkWidth;
   const std::size_t length = layout.chunkLength;
-  const std::size_t* dims = zvGetDimensions(images[0]);
-  std::size_t rows = dims[0];
-  std::size_t columns = dims[1];
-  if (rows > length) {
-    kind.rows_cut(as_int(length), as_int(rows));
-    rows = length;
+  const std::size_t* dims = zvGetDimensions(image);
+  Region region{dims[0], dims[1]};
+  if (region.rows > length) {
+    kind.rows_cut(as_int(length), as_int(region.rows));
+    region.rows = length;
   }
-  if (columns > width) {
-    kind.columns_cut(as_int(width), as_int(columns));
-    columns = width;
+  if (region.columns > width) {
+    kind.columns_cut(as_int(width), as_int(region.columns));
+    region.columns = width;
   }
+  const detail::HostView first = view_of(image);
+  region.rows = std::min(region.rows, first.rows);
+  region.columns = std::min(region.columns, first.columns);
+  return region;
+}
 
+/// Whether the packer writes every byte of a chunk of `size` bytes: the data
+/// covers the chunk, libtiff's size is exactly what the packer fills (not
+/// so for a tile of several slices, say), and the packer is not the YCbCr
+/// one, whose units can leave padding.
+bool fills_chunk(const ImageLayout& layout, const Region& region, tmsize_t size) {
+  if (is_raw_ycbcr(layout) || region.rows != layout.chunkLength || region.columns != layout.chunkWidth) return false;
+  const std::size_t width = layout.chunkWidth, length = layout.chunkLength, samples = layout.samplesPerChunk;
+  const std::size_t bytes = element_bytes(layout.bitsPerSample);
+  std::size_t filled = 0;
+  if (layout.bitsPerSample == 1)
+    filled = detail::bit_chunk_bytes(width, length, samples);
+  else if (bytes != 0)
+    filled = detail::element_chunk_bytes(width, length, samples, bytes);
+  return filled != 0 && size > 0 && static_cast<std::size_t>(size) == filled;
+}
+
+/// Packs the region of the data into the chunk buffer.
+void pack(const ChunkKind& kind, const ImageLayout& layout, const zvArray* const images[], std::uint32_t chunk,
+          const Region& region, const ChunkBuffer& buffer) {
+  const std::size_t width = layout.chunkWidth;
+  const std::size_t length = layout.chunkLength;
   const detail::ChunkView out{buffer.data(), width, layout.samplesPerChunk};
   // libtiff sizes the chunk; a size it could not compute (0, or less than
   // the layout implies, as for an odd subsampling) is a chunk it cannot write.
   const auto require = [&](std::size_t bytes) {
-    if (buffer.size() == 0 || buffer.size() < bytes) kind.write_failed(Int{chunk} + 1);
+    if (buffer.empty() || buffer.size() < bytes) kind.write_failed(Int{chunk} + 1);
   };
   const detail::HostView first = view_of(images[0]);
-  rows = std::min(rows, first.rows);
-  columns = std::min(columns, first.columns);
 
   if (layout.bitsPerSample == 1) {
     require(detail::bit_chunk_bytes(width, length, out.samples));
-    detail::pack_bits(first, rows, columns, out);
+    detail::pack_bits(first, region.rows, region.columns, out);
     return;
   }
-  const std::size_t bytes = detail::element_bytes(layout.bitsPerSample);
+  const std::size_t bytes = element_bytes(layout.bitsPerSample);
   if (is_raw_ycbcr(layout)) {
-    const detail::YCbCrPacker pack = detail::ycbcr_packer(bytes);
-    if (pack == nullptr) raise(Tiff::unhandledBitsPerSample(Int{layout.bitsPerSample}));
+    const detail::YCbCrPacker packer = detail::ycbcr_packer(bytes);
+    if (packer == nullptr) raise(Tiff::unhandledBitsPerSample(Int{layout.bitsPerSample}));
     const detail::Subsampling subsampling{layout.ycbcrSubsampling[0], layout.ycbcrSubsampling[1]};
     require(detail::ycbcr_chunk_bytes(width, length, subsampling, bytes));
     const detail::HostView cb = view_of(images[1]);
     const detail::HostView cr = view_of(images[2]);
     // Empty chroma planes give nothing to put into a unit.
     if (cb.rows == 0 || cr.rows == 0) return;
-    pack(first, cb, cr, rows, columns, subsampling, out);
+    packer(first, cb, cr, region.rows, region.columns, subsampling, out);
     return;
   }
-  const detail::ElementPacker pack = detail::element_packer(bytes, out.samples);
-  if (pack == nullptr) raise(Tiff::unhandledBitsPerSample(Int{layout.bitsPerSample}));
+  const detail::ElementPacker packer = detail::element_packer(bytes, out.samples);
+  if (packer == nullptr) raise(Tiff::unhandledBitsPerSample(Int{layout.bitsPerSample}));
   require(detail::element_chunk_bytes(width, length, out.samples, bytes));
-  pack(first, rows, columns, out);
+  packer(first, region.rows, region.columns, out);
 }
 
 /// The bytes of the chunk that hold image rows. The last strip of each plane
@@ -144,8 +177,11 @@ void write_encoded(const ChunkKind& kind, int nOperands, const zvArray* operands
   if (chunk >= chunks) kind.too_large(Int{chunks});
 
   const tmsize_t size = kind.size(tif);
-  const detail::ChunkBuffer buffer(size);
-  fit_and_pack(kind, layout, images, chunk, buffer);
+  const Region region = fit(kind, layout, images[0]);
+  // Data that covers the chunk overwrites every byte: zeroing it first
+  // would be a second pass over the whole chunk for nothing.
+  const ChunkBuffer buffer(size, !fills_chunk(layout, region, size));
+  pack(kind, layout, images, chunk, region, buffer);
   // libtiff may rewrite the buffer in place (a predictor differences it), so
   // it is given our own copy, never the host's memory.
   if (kind.write(tif, chunk, buffer.data(), encoded_size(kind, layout, chunk, size)) < 0)

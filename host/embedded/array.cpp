@@ -72,15 +72,22 @@ void zvArray::allocate(bool zero) {
   if (size == 0 || numel_ == 0) return;
   if (numel_ > SIZE_MAX / size) throw std::bad_alloc();
   const std::size_t bytes = numel_ * size;
-  // 64-byte alignment lets the copy kernels use aligned vector stores.
-  const std::size_t rounded = (bytes + 63) / 64 * 64;
-  void* p = std::aligned_alloc(64, rounded);
-  if (p == nullptr) throw std::bad_alloc();
+  // Arrays of a cache line or more start on one, so that the copy kernels'
+  // column segments do not straddle lines needlessly; a scalar takes plain
+  // malloc, several times cheaper than an aligned allocation.
+  void* p = nullptr;
+  if (bytes < 64) {
+    p = std::malloc(bytes);
+  } else {
+    const std::size_t rounded = (bytes + 63) / 64 * 64;
+    p = std::aligned_alloc(64, rounded);
 #if defined(__SANITIZE_ADDRESS__)
-  // The rounding is padding, not array: a read past the array's end must
-  // still be caught by the sanitizer build.
-  ASAN_POISON_MEMORY_REGION(static_cast<unsigned char*>(p) + bytes, rounded - bytes);
+    // The rounding is padding, not array: a read past the array's end must
+    // still be caught by the sanitizer build.
+    if (p != nullptr) ASAN_POISON_MEMORY_REGION(static_cast<unsigned char*>(p) + bytes, rounded - bytes);
 #endif
+  }
+  if (p == nullptr) throw std::bad_alloc();
   if (zero) std::memset(p, 0, bytes);
   data_.reset(static_cast<unsigned char*>(p));
 }
@@ -190,7 +197,10 @@ std::u16string zvArray::utf16() const {
   return std::u16string(data_as<char16_t>(), numel_);
 }
 
-std::string zvArray::utf8() const { return tiffgate::utf16_to_utf8(utf16()); }
+std::string zvArray::utf8() const {
+  if (cls_ != zvCHAR_CLASS) return {};
+  return tiffgate::utf16_to_utf8(std::u16string_view(data_as<char16_t>(), numel_));
+}
 
 const zvArray* zvArray::field(std::string_view name, std::size_t index) const {
   if (cls_ != zvSTRUCT_CLASS || index >= numel_) return nullptr;

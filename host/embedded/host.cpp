@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <new>
 #include <stdexcept>
-#include <unordered_map>
 
 using tiffgate::embedded::Array;
 using tiffgate::embedded::CallResult;
@@ -20,8 +19,9 @@ namespace {
 struct HostState {
   /// Arrays created through zv* during a call. Whatever is not handed back in
   /// an output slot is released when the call ends, error or not, as a
-  /// host's own memory manager does.
-  std::unordered_map<const zvArray*, std::unique_ptr<zvArray>> arena;
+  /// host's own memory manager does. Nothing looks an array up here, so a
+  /// vector does: its storage stays from call to call.
+  std::vector<std::unique_ptr<zvArray>> arena;
   std::vector<Warning> warnings;
   std::vector<void (*)()> at_exit;
 };
@@ -32,10 +32,9 @@ HostState& state() {
 }
 
 zvArray* adopt(zvArray&& value) {
-  auto owned = std::make_unique<zvArray>(std::move(value));
-  zvArray* raw = owned.get();
-  state().arena.emplace(raw, std::move(owned));
-  return raw;
+  auto& arena = state().arena;
+  arena.push_back(std::make_unique<zvArray>(std::move(value)));
+  return arena.back().get();
 }
 
 Array::Dims dims_of(std::size_t ndim, const std::size_t* dims) {

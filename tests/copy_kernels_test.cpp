@@ -1,0 +1,261 @@
+// The copy kernels against plain reference loops, over odd sizes, partial
+// edges, short buffers and every sample count, in each vector width the
+// processor runs. Buffers are exactly as large as the kernels may touch, so
+// the sanitizer build catches any access outside them.
+#include "imagedata/pack_kernels.h"
+#include "imagedata/unpack_kernels.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace tiffgate {
+namespace {
+
+using detail::Isa;
+using Bytes = std::vector<unsigned char>;
+
+std::vector<Isa> isas() {
+  std::vector<Isa> out = {Isa::vector16};
+  if (detail::isa_supported(Isa::vector32)) out.push_back(Isa::vector32);
+  return out;
+}
+
+/// Distinct-looking bytes, cheaply (a 64-bit xorshift).
+Bytes noise(std::size_t n, unsigned seed) {
+  std::uint64_t x = 0x9E3779B97F4A7C15u ^ seed;
+  Bytes out(n);
+  for (auto& b : out) {
+    x ^= x << 13, x ^= x >> 7, x ^= x << 17;
+    b = static_cast<unsigned char>(x >> 32);
+  }
+  return out;
+}
+
+std::string describe(Isa isa, std::size_t size, const ChunkShape& s, std::size_t bytes) {
+  return (isa == Isa::vector32 ? "32-byte" : "16-byte") + std::string(" size ") + std::to_string(size) +
+         " W" + std::to_string(s.width) + " H" + std::to_string(s.length) + " spc" + std::to_string(s.samples) +
+         " M" + std::to_string(s.rows) + " N" + std::to_string(s.columns) + " bytes " + std::to_string(bytes);
+}
+
+// --- reference loops ----------------------------------------------------------
+
+/// Rows whose used part lies inside the buffer; the rest come out zero.
+std::size_t whole_rows(std::size_t bytes, std::size_t stride, std::size_t used, std::size_t rows) {
+  std::size_t r = 0;
+  while (r < rows && r * stride + used <= bytes) ++r;
+  return r;
+}
+
+Bytes reference_unpack(const Bytes& chunk, const ChunkShape& s, std::size_t size) {
+  Bytes out(s.rows * s.columns * s.samples * size, 0);
+  const std::size_t stride = s.width * s.samples * size;
+  const std::size_t kept = whole_rows(chunk.size(), stride, s.columns * s.samples * size, s.rows);
+  for (std::size_t r = 0; r < kept; ++r)
+    for (std::size_t c = 0; c < s.columns; ++c)
+      for (std::size_t k = 0; k < s.samples; ++k)
+        std::memcpy(&out[(r + c * s.rows + k * s.rows * s.columns) * size],
+                    &chunk[r * stride + (c * s.samples + k) * size], size);
+  return out;
+}
+
+Bytes reference_unpack_bits(const Bytes& chunk, const ChunkShape& s) {
+  Bytes out(s.rows * s.columns * s.samples, 0);
+  const std::size_t stride = (s.width * s.samples + 7) / 8;
+  const std::size_t kept = whole_rows(chunk.size(), stride, (s.columns * s.samples + 7) / 8, s.rows);
+  for (std::size_t r = 0; r < kept; ++r)
+    for (std::size_t c = 0; c < s.columns; ++c)
+      for (std::size_t k = 0; k < s.samples; ++k) {
+        const std::size_t bit = c * s.samples + k;
+        out[r + c * s.rows + k * s.rows * s.columns] = (chunk[r * stride + bit / 8] >> (7 - bit % 8)) & 1;
+      }
+  return out;
+}
+
+Bytes reference_pack(const Bytes& src, const detail::HostView& view, std::size_t rows, std::size_t columns,
+                     const detail::ChunkView& chunk, Bytes out, std::size_t size);
+Bytes reference_pack_bits(const Bytes& src, const detail::HostView& view, std::size_t rows, std::size_t columns,
+                          const detail::ChunkView& chunk, Bytes out);
+std::string describe_pack(Isa isa, std::size_t size, const detail::HostView& v, std::size_t rows,
+                          std::size_t columns, const detail::ChunkView& chunk);
+
+// Heights and widths around every tile size (2 to 32 rows, 2 to 16 elements
+// a lane, 128 bits), so that full tiles, overlapping last tiles and the
+// loops for what tiles cannot cover all run.
+const std::size_t kRows[] = {1, 2, 3, 5, 8, 9, 15, 16, 17, 31, 33, 64, 97};
+const std::size_t kColumns[] = {1, 2, 3, 5, 9, 16, 17, 33, 47, 66};
+
+TEST(copy_kernels, element_unpackers_match_the_reference) {
+  for (Isa isa : isas())
+    for (std::size_t size : {1, 2, 4, 8})
+      for (std::size_t spc : {1, 2, 3, 4, 5})
+        for (std::size_t m : kRows)
+          for (std::size_t n : kColumns)
+            for (std::size_t extra : {0, 3}) {
+              // A chunk wider and longer than what is kept: the right and
+              // bottom edge of an image.
+              const ChunkShape shape{n + extra, m + extra, spc, m, n};
+              const std::size_t full = shape.width * shape.length * spc * size;
+              // Full, then cut inside the kept rows (a short strip).
+              for (std::size_t bytes : {full, full / 2 + 1}) {
+                const Bytes chunk = noise(bytes, static_cast<unsigned>(m * 131 + n * 7 + spc));
+                Bytes out(m * n * spc * size, 0x5A);
+                element_unpacker(size, isa)(chunk.data(), chunk.size(), shape, out.data());
+                ASSERT_EQ(out, reference_unpack(chunk, shape, size)) << describe(isa, size, shape, bytes);
+              }
+            }
+}
+
+// Rows 2048 or 4096 bytes apart share cache sets, and the kernels move them
+// through a small buffer: the same results, and no access outside.
+TEST(copy_kernels, crowded_strides_match_the_reference) {
+  for (Isa isa : isas())
+    for (std::size_t size : {1, 2, 4, 8})
+      for (std::size_t spc : {1, 4})
+        for (std::size_t stride : {2048, 4096})
+          for (std::size_t m : {8, 17, 33}) {
+            const std::size_t width = stride / (spc * size);
+            const ChunkShape shape{width, m, spc, m, width - 3};  // last block overlaps
+            const Bytes chunk = noise(width * m * spc * size, static_cast<unsigned>(m + size));
+            Bytes out(m * shape.columns * spc * size, 0x5A);
+            element_unpacker(size, isa)(chunk.data(), chunk.size(), shape, out.data());
+            ASSERT_EQ(out, reference_unpack(chunk, shape, size)) << describe(isa, size, shape, chunk.size());
+
+            const detail::HostView view{out.data(), m, shape.columns, spc};
+            const Bytes before = noise(chunk.size(), 5);
+            Bytes packed = before;
+            const detail::ChunkView into{packed.data(), width, spc};
+            detail::element_packer(size, spc, isa)(view, m, shape.columns, into);
+            ASSERT_EQ(packed, reference_pack(out, view, m, shape.columns, into, before, size))
+                << describe_pack(isa, size, view, m, shape.columns, into);
+          }
+  // 1-bit rows of 2048 bytes.
+  for (Isa isa : isas())
+    for (std::size_t m : {8, 17, 33}) {
+      const ChunkShape shape{2048 * 8, m, 1, m, 2048 * 8 - 9};
+      const Bytes chunk = noise(2048 * m, static_cast<unsigned>(m));
+      Bytes out(m * shape.columns, 0x5A);
+      bit_unpacker(isa)(chunk.data(), chunk.size(), shape, reinterpret_cast<bool*>(out.data()));
+      ASSERT_EQ(out, reference_unpack_bits(chunk, shape)) << describe(isa, 0, shape, chunk.size());
+
+      const detail::HostView view{out.data(), m, shape.columns, 1};
+      const Bytes before = noise(chunk.size(), 6);
+      Bytes packed = before;
+      const detail::ChunkView into{packed.data(), shape.width, 1};
+      detail::bit_packer(isa)(view, m, shape.columns, into);
+      ASSERT_EQ(packed, reference_pack_bits(out, view, m, shape.columns, into, before))
+          << describe_pack(isa, 0, view, m, shape.columns, into);
+    }
+}
+
+TEST(copy_kernels, bit_unpackers_match_the_reference) {
+  const std::size_t columns[] = {1, 9, 127, 129, 300, 511, 512, 513, 700, 1100};
+  for (Isa isa : isas())
+    for (std::size_t spc : {1, 2, 3, 4, 5})
+      for (std::size_t m : kRows)
+        for (std::size_t n : columns)
+          for (std::size_t extra : {0, 5}) {
+            const ChunkShape shape{n + extra, m + extra, spc, m, n};
+            const std::size_t full = (shape.width * spc + 7) / 8 * shape.length;
+            for (std::size_t bytes : {full, full / 2 + 1}) {
+              const Bytes chunk = noise(bytes, static_cast<unsigned>(m * 31 + n + spc));
+              Bytes out(m * n * spc, 0x5A);
+              bit_unpacker(isa)(chunk.data(), chunk.size(), shape, reinterpret_cast<bool*>(out.data()));
+              ASSERT_EQ(out, reference_unpack_bits(chunk, shape)) << describe(isa, 0, shape, bytes);
+            }
+          }
+}
+
+// --- write side ---------------------------------------------------------------
+
+/// A chunk that starts as noise, so that what a packer must leave alone
+/// (outside rows x columns) and what it must write (zeros for absent
+/// planes) both show.
+Bytes reference_pack(const Bytes& src, const detail::HostView& view, std::size_t rows, std::size_t columns,
+                     const detail::ChunkView& chunk, Bytes out, std::size_t size) {
+  const std::size_t planes = std::min(view.planes, chunk.samples);
+  for (std::size_t r = 0; r < rows; ++r)
+    for (std::size_t c = 0; c < columns; ++c)
+      for (std::size_t k = 0; k < chunk.samples; ++k) {
+        unsigned char* dst = &out[((r * chunk.width + c) * chunk.samples + k) * size];
+        if (k < planes)
+          std::memcpy(dst, &src[(r + c * view.rows + k * view.rows * view.columns) * size], size);
+        else
+          std::memset(dst, 0, size);
+      }
+  return out;
+}
+
+Bytes reference_pack_bits(const Bytes& src, const detail::HostView& view, std::size_t rows, std::size_t columns,
+                          const detail::ChunkView& chunk, Bytes out) {
+  const std::size_t planes = std::min(view.planes, chunk.samples);
+  const std::size_t rowBytes = (chunk.width * chunk.samples + 7) / 8;
+  const std::size_t bits = columns * chunk.samples;
+  for (std::size_t r = 0; r < rows; ++r)
+    for (std::size_t bit = 0; bit < (bits + 7) / 8 * 8; ++bit) {
+      const std::size_t c = bit / chunk.samples, k = bit % chunk.samples;
+      // Column stride `rows`: the established quirk of this packer.
+      const bool set = bit < bits && k < planes && src[r + c * rows + k * view.rows * view.columns] != 0;
+      unsigned char& byte = out[r * rowBytes + bit / 8];
+      const auto mask = static_cast<unsigned char>(0x80u >> (bit % 8));
+      byte = static_cast<unsigned char>(set ? byte | mask : byte & ~mask);
+    }
+  return out;
+}
+
+std::string describe_pack(Isa isa, std::size_t size, const detail::HostView& v, std::size_t rows,
+                          std::size_t columns, const detail::ChunkView& chunk) {
+  return (isa == Isa::vector32 ? "32-byte" : "16-byte") + std::string(" size ") + std::to_string(size) +
+         " source " + std::to_string(v.rows) + "x" + std::to_string(v.columns) + "x" + std::to_string(v.planes) +
+         " rows " + std::to_string(rows) + " columns " + std::to_string(columns) + " width " +
+         std::to_string(chunk.width) + " spc " + std::to_string(chunk.samples);
+}
+
+TEST(copy_kernels, element_packers_match_the_reference) {
+  for (Isa isa : isas())
+    for (std::size_t size : {1, 2, 4, 8})
+      for (std::size_t spc : {1, 2, 3, 4, 5})
+        for (std::size_t rows : kRows)
+          for (std::size_t columns : kColumns)
+            // Source planes fewer, as many and more than the samples; a
+            // source taller than the region (data cut to the chunk) and a
+            // chunk wider than it.
+            for (std::size_t planes : {std::size_t{1}, spc, spc + 1})
+              for (std::size_t extra : {0, 2}) {
+                const Bytes src = noise((rows + extra) * columns * planes * size, static_cast<unsigned>(rows + columns));
+                const detail::HostView view{src.data(), rows + extra, columns, planes};
+                const Bytes before = noise((columns + extra) * (rows + extra) * spc * size, 99);
+                Bytes chunk = before;
+                const detail::ChunkView out{chunk.data(), columns + extra, spc};
+                detail::element_packer(size, spc, isa)(view, rows, columns, out);
+                ASSERT_EQ(chunk, reference_pack(src, view, rows, columns, out, before, size))
+                    << describe_pack(isa, size, view, rows, columns, out);
+              }
+}
+
+TEST(copy_kernels, bit_packers_match_the_reference) {
+  const std::size_t columns[] = {1, 9, 127, 129, 300, 511, 512, 513, 700, 1100};
+  for (Isa isa : isas())
+    for (std::size_t spc : {1, 2, 3, 4, 5})
+      for (std::size_t rows : kRows)
+        for (std::size_t n : columns)
+          for (std::size_t planes : {std::size_t{1}, spc, spc + 1})
+            for (std::size_t extra : {0, 9}) {
+              Bytes src = noise((rows + extra) * n * planes, static_cast<unsigned>(rows * 3 + n));
+              for (auto& b : src) b = b < 100 ? 0 : b;  // zeros among nonzero values of every size
+              const detail::HostView view{src.data(), rows + extra, n, planes};
+              const Bytes before = noise((rows + extra) * detail::bit_row_bytes(n + extra, spc), 7);
+              Bytes chunk = before;
+              const detail::ChunkView out{chunk.data(), n + extra, spc};
+              detail::bit_packer(isa)(view, rows, n, out);
+              ASSERT_EQ(chunk, reference_pack_bits(src, view, rows, n, out, before))
+                  << describe_pack(isa, 0, view, rows, n, out);
+            }
+}
+
+}  // namespace
+}  // namespace tiffgate
