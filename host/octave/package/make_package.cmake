@@ -25,7 +25,7 @@ file(COPY ${package}/src/Makefile ${SOURCE_DIR}/host/octave/tiffgate.m DESTINATI
 
 foreach(folder gateway files tags imagedata)
   file(COPY ${SOURCE_DIR}/${folder} DESTINATION ${root}/src
-       FILES_MATCHING PATTERN "*.cpp" PATTERN "*.h" PATTERN "*.def")
+       FILES_MATCHING PATTERN "*.cpp" PATTERN "*.h" PATTERN "*.def" PATTERN "*.inc")
 endforeach()
 file(COPY ${SOURCE_DIR}/host/host.h ${SOURCE_DIR}/host/msgid.h DESTINATION ${root}/src/host)
 file(GLOB adapter ${SOURCE_DIR}/host/octave/*.cpp ${SOURCE_DIR}/host/octave/*.h)
