@@ -44,11 +44,11 @@ using embedded::call;
 
 TEST(read_encoded_injected, too_many_bytes_unknown_format_illegal_planar_configuration) {
   ScratchDir dir;
-  ImageSpec spec;  // 16 x 16 uint8 in strips of 8 rows: 128 bytes a strip
-  spec.rowsPerStrip = 8;
-  write_image(dir.path("a.tif"), spec);
-  spec.bits = 32;
-  write_image(dir.path("b.tif"), spec);
+  ImageSpec image_spec;  // 16 x 16 uint8 in strips of 8 rows: 128 bytes a strip
+  image_spec.rowsPerStrip = 8;
+  write_image(dir.path("a.tif"), image_spec);
+  image_spec.bits = 32;
+  write_image(dir.path("b.tif"), image_spec);
   const embedded::Array a = open_file(dir.path("a.tif"));
   const embedded::Array b = open_file(dir.path("b.tif"));
 

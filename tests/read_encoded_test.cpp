@@ -79,9 +79,9 @@ TEST(read_encoded, every_layout_matches_the_pattern_and_libtiff) {
   ScratchDir dir;
   for (const Case& c : kCases) {
     SCOPED_TRACE(c.name);
-    const ImageSpec spec = spec_of(c);
+    const ImageSpec image_spec = spec_of(c);
     const std::string path = dir.path(std::string(c.name) + ".tif");
-    write_image(path, spec);
+    write_image(path, image_spec);
     const Array id = open_file(path);
     TiffHandle ref(path, "r");
     const std::uint32_t count = chunk_count(ref);
@@ -90,7 +90,7 @@ TEST(read_encoded, every_layout_matches_the_pattern_and_libtiff) {
       ASSERT_EQ(outcome(r), "ok") << "chunk " << i;
       for (std::size_t k = 0; k < (c.photometric == YCC ? 3 : 1); ++k) EXPECT_EQ(r.out(k).class_id(), c.cls);
       if (c.compression != COMPRESSION_JPEG) {
-        EXPECT_EQ(compare_outputs(r, pattern_chunk(spec, ref, i)), "") << "chunk " << i;
+        EXPECT_EQ(compare_outputs(r, pattern_chunk(image_spec, ref, i)), "") << "chunk " << i;
       }
       EXPECT_EQ(compare_outputs(r, libtiff_chunk(ref, i)), "") << "chunk " << i;
       EXPECT_TRUE(r.warnings.empty()) << r.warnings.front().message;
@@ -219,10 +219,10 @@ bool all_zero(const Array& a) {
 
 TEST(read_encoded, corrupt_and_truncated_chunks_still_convert) {
   ScratchDir dir;
-  ImageSpec spec = spec_of(kCases[5]);  // 6 tiles
-  spec.compression = COMPRESSION_ADOBE_DEFLATE;
+  ImageSpec image_spec = spec_of(kCases[5]);  // 6 tiles
+  image_spec.compression = COMPRESSION_ADOBE_DEFLATE;
   const std::string path = dir.path("corrupt.tif");
-  write_image(path, spec);
+  write_image(path, image_spec);
   {
     TiffHandle in(path, "r");
     std::fstream f(path, std::ios::in | std::ios::out | std::ios::binary);
@@ -239,7 +239,7 @@ TEST(read_encoded, corrupt_and_truncated_chunks_still_convert) {
   EXPECT_TRUE(all_zero(bad.out()));
   ASSERT_EQ(bad.warnings.size(), 1u);
   EXPECT_EQ(bad.warnings[0].identifier, kLibtiffErrorId);
-  EXPECT_EQ(compare_outputs(call("readEncodedTile", {id, num(2)}), pattern_chunk(spec, ref, 2)), "");
+  EXPECT_EQ(compare_outputs(call("readEncodedTile", {id, num(2)}), pattern_chunk(image_spec, ref, 2)), "");
   call("close", {id});
 
   // JPEG YCbCr strips whose data lie past the end of the file: zeros in all

@@ -466,13 +466,13 @@ TEST(write_encoded, bad_input) {
 TEST(write_encoded, large_deflate_last_strip_reads_back) {
   ScratchDir dir;
   const std::string path = dir.path("deflate.tif");
-  const ImageSpec spec = image(12288, 100, 8, SAMPLEFORMAT_UINT, 1, 64, 0, COMPRESSION_ADOBE_DEFLATE);
+  const ImageSpec image_spec = image(12288, 100, 8, SAMPLEFORMAT_UINT, 1, 64, 0, COMPRESSION_ADOBE_DEFLATE);
   const auto value = [](std::size_t r, std::size_t c, std::size_t) {
     return static_cast<std::uint8_t>((r * 12288 + c) * 13 % 251);
   };
   {
     ModuleFile file(path);
-    set_image_tags(file.tif(), spec);
+    set_image_tags(file.tif(), image_spec);
     for (std::uint32_t s = 0; s < 2; ++s) {
       const std::size_t first = s * 64;
       const auto rows = host_array<std::uint8_t>(zvUINT8_CLASS, {64, 12288}, [&](std::size_t r, std::size_t c, std::size_t k) {

@@ -24,7 +24,7 @@ function check_corpus ()
   matched = 0;
   for k = 1:numel (reference)
     r = reference(k);
-    m = manifest.(matlab.lang.makeValidName (r.file));
+    m = manifest.(tg_key (r.file));
     if (strncmp (m.photometric, "YCbCr", 5))
       continue;  # tifffile gives YCbCr as stored, tiffgate_read as RGB: see check_ycbcr
     endif
@@ -131,6 +131,7 @@ endfunction
 
 function manifest = manifest_by_file ()
   manifest = tg_python (["import csv\n" ...
-                         "print(json.dumps({r['file']: r for r in csv.DictReader(open(sys.argv[1]))}))"],
+                         "import re\nkey = lambda n: 'f_' + re.sub(r'[^A-Za-z0-9_]', '_', n)\n" ...
+                         "print(json.dumps({key(r['file']): r for r in csv.DictReader(open(sys.argv[1]))}))"],
                         fullfile (getenv ("TIFFGATE_CORPUS"), "MANIFEST.csv"));
 endfunction

@@ -78,12 +78,12 @@ std::vector<Expected> arrange(const Tags& t, const ChunkPlace& p, Value value) {
 
 }  // namespace
 
-std::uint64_t pattern(const ImageSpec& spec, std::uint32_t row, std::uint32_t column, std::uint16_t k) {
-  if (spec.bits == 1) return (row * 7 + column * 3 + k) % 5 < 2;
+std::uint64_t pattern(const ImageSpec& image_spec, std::uint32_t row, std::uint32_t column, std::uint16_t k) {
+  if (image_spec.bits == 1) return (row * 7 + column * 3 + k) % 5 < 2;
   // JPEG is lossy: a smooth ramp keeps the decode close to it.
-  if (spec.compression == COMPRESSION_JPEG) return (row * 4 + column * 2 + k * 40) & 0xFF;
+  if (image_spec.compression == COMPRESSION_JPEG) return (row * 4 + column * 2 + k * 40) & 0xFF;
   const std::uint64_t mixed = (row * 1000003ull + column * 7919ull + k * 104729ull + 12345) * 0x9E3779B97F4A7C15ull;
-  return spec.bits == 64 ? mixed : mixed & ((1ull << spec.bits) - 1);
+  return image_spec.bits == 64 ? mixed : mixed & ((1ull << image_spec.bits) - 1);
 }
 
 ChunkPlace chunk_place(TIFF* tif, std::uint32_t index) {
@@ -214,16 +214,16 @@ std::vector<Expected> arrange_libtiff_chunk(TIFF* tif, std::uint32_t index, cons
   });
 }
 
-std::vector<Expected> pattern_chunk(const ImageSpec& spec, TIFF* tif, std::uint32_t index) {
+std::vector<Expected> pattern_chunk(const ImageSpec& image_spec, TIFF* tif, std::uint32_t index) {
   const Tags t = tags_of(tif);
   const ChunkPlace p = chunk_place(tif, index);
   if (t.ycbcr())
     return arrange(t, p, [&](unsigned plane, std::uint32_t r, std::uint32_t c) {
-      if (plane == 0) return pattern(spec, p.row0 + r, p.column0 + c, 0);
-      return pattern(spec, p.row0 / t.v + r, p.column0 / t.h + c, static_cast<std::uint16_t>(plane));
+      if (plane == 0) return pattern(image_spec, p.row0 + r, p.column0 + c, 0);
+      return pattern(image_spec, p.row0 / t.v + r, p.column0 / t.h + c, static_cast<std::uint16_t>(plane));
     });
   return arrange(t, p, [&](unsigned k, std::uint32_t r, std::uint32_t c) {
-    return pattern(spec, p.row0 + r, p.column0 + c, static_cast<std::uint16_t>(p.plane + k));
+    return pattern(image_spec, p.row0 + r, p.column0 + c, static_cast<std::uint16_t>(p.plane + k));
   });
 }
 

@@ -17,12 +17,12 @@ namespace tiffgate::testing {
 /// The value of sample k of image pixel (row, column), as the bits of one
 /// element (0 or 1 for 1-bit data). For YCbCr, k 0 is Y at (row, column)
 /// and k 1 and 2 are Cb and Cr at chroma position (row, column).
-std::uint64_t pattern(const ImageSpec& spec, std::uint32_t row, std::uint32_t column, std::uint16_t k);
+std::uint64_t pattern(const ImageSpec& image_spec, std::uint32_t row, std::uint32_t column, std::uint16_t k);
 
 /// Writes a one-directory file with libtiff, every chunk filled from
 /// pattern() (YCbCr as raw data units); chunk padding is zero. A stripped
-/// spec without RowsPerStrip gets one strip of the whole image.
-void write_image(const std::string& path, const ImageSpec& spec);
+/// image_spec without RowsPerStrip gets one strip of the whole image.
+void write_image(const std::string& path, const ImageSpec& image_spec);
 
 /// Where chunk `index` of the current directory lies, worked out from the
 /// tags alone.
@@ -56,7 +56,7 @@ tmsize_t read_libtiff_chunk(TIFF* tif, std::uint32_t index, std::vector<unsigned
 std::vector<Expected> arrange_libtiff_chunk(TIFF* tif, std::uint32_t index, const std::vector<unsigned char>& chunk);
 
 /// The same arrays built from pattern() for a file written by write_image.
-std::vector<Expected> pattern_chunk(const ImageSpec& spec, TIFF* tif, std::uint32_t index);
+std::vector<Expected> pattern_chunk(const ImageSpec& image_spec, TIFF* tif, std::uint32_t index);
 
 /// Empty when the call's outputs have exactly these dimensions and bytes;
 /// otherwise what differs first.

@@ -60,8 +60,8 @@ struct ImageSpec {
   int jpegColorMode = -1;                 ///< -1: not set
 };
 
-/// Sets the tags of spec with TIFFSetField, in an order libtiff takes.
-void set_image_tags(TIFF* tif, const ImageSpec& spec);
+/// Sets the tags of image_spec with TIFFSetField, in an order libtiff takes.
+void set_image_tags(TIFF* tif, const ImageSpec& image_spec);
 
 /// Writes every strip or tile of the current directory filled with bytes
 /// from fill(chunk index, byte index).
