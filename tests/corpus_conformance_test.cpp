@@ -12,7 +12,7 @@
 #include "gateway/catalogue.h"
 #include "support/corpus.h"
 #include "support/image_files.h"
-#include "support/sha256.h"
+#include "shell/sha256.h"
 #include "support/tag_files.h"
 #include "support/tiff_files.h"
 #include "tags/tag_names.h"
@@ -34,6 +34,8 @@ namespace {
 using embedded::Array;
 using embedded::call;
 using embedded::CallResult;
+using shell::Sha256;  // the one the shell prints digests with
+using shell::sha256_hex;
 
 /// What the module does with a corpus directory other than reading it
 /// plainly, and why. Directory keys: "1" is main directory 1, "0.1" SubIFD 1

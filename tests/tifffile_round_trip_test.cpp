@@ -6,7 +6,6 @@
 
 #include "support/corpus.h"
 #include "support/image_files.h"
-#include "support/sha256.h"
 #include "support/tag_files.h"
 #include "support/tiff_files.h"
 
