@@ -4,13 +4,14 @@
 #include "gateway/handlers.h"
 #include "imagedata/chunk_buffer.h"
 #include "imagedata/layout.h"
+#include "imagedata/memory_limit.h"
 #include "imagedata/pack_kernels.h"
 #include "imagedata/write_config.h"
 
 #include <tiffio.h>
 
 #include <algorithm>
-#include <cstdint>
+#include <cstdint>  // INT64_MAX, UINT64_MAX
 
 namespace tiffgate {
 namespace {
@@ -163,6 +164,27 @@ tmsize_t encoded_size(const ChunkKind& kind, const ImageLayout& layout, std::uin
   return short_size > 0 && short_size <= size ? short_size : size;
 }
 
+/// Refuses a write whose memory would not fit in the machine's (see
+/// memory_limit.h), before anything is allocated: our chunk buffer; the
+/// buffer libtiff sets up for the encoded chunk (the chunk's size and a
+/// tenth more); and libtiff's offset and byte-count arrays, 8 bytes each
+/// per chunk, which it allocates and zero-fills on the first write of a
+/// directory (counted every time: they are in memory from then on). A
+/// directory of billions of one-row strips asks for tens of gigabytes
+/// there before a single byte of data is written. The kind is the one a
+/// read of an oversized chunk reports, tooManyBytes(chunk, bytes
+/// available, bytes needed): its text tells both sizes, and no write kind
+/// of the catalogue does.
+void check_write_fits(std::uint32_t chunk, std::uint32_t chunks, tmsize_t size) {
+  const std::uint64_t buffer = static_cast<std::uint64_t>(std::max<tmsize_t>(size, 0));
+  const std::uint64_t arrays = saturating_product({chunks, 2, sizeof(std::uint64_t)});
+  const auto add = [](std::uint64_t a, std::uint64_t b) { return a > UINT64_MAX - b ? UINT64_MAX : a + b; };
+  const std::uint64_t needed = add(add(buffer, buffer + buffer / 10), arrays);  // buffer < 2^63
+  const std::uint64_t limit = memory_limit();
+  const auto text = [](std::uint64_t bytes) { return static_cast<Int>(std::min<std::uint64_t>(bytes, INT64_MAX)); };
+  if (needed > limit) raise(Tiff::tooManyBytes(Int{chunk}, text(limit), text(needed)));
+}
+
 void write_encoded(const ChunkKind& kind, int nOperands, const zvArray* operands[]) {
   TIFF* tif = basic_file_id(operands[0]);
   ImageLayout layout;
@@ -177,6 +199,7 @@ void write_encoded(const ChunkKind& kind, int nOperands, const zvArray* operands
   if (chunk >= chunks) kind.too_large(Int{chunks});
 
   const tmsize_t size = kind.size(tif);
+  check_write_fits(chunk, chunks, size);
   const Region region = fit(kind, layout, images[0]);
   // Data that covers the chunk overwrites every byte: zeroing it first
   // would be a second pass over the whole chunk for nothing.

@@ -6,6 +6,7 @@
 #include "gateway/convert.h"
 #include "gateway/errors.h"
 #include "gateway/handlers.h"
+#include "imagedata/memory_limit.h"
 #include "tags/tag_names.h"
 #include "tags/tag_read.h"
 
@@ -235,6 +236,13 @@ zvArray* read_chunk_array(TIFF* tif, const TagRef& tag, bool tile_array) {
   if (!tiled && tile_array) raise(Tiff::tiledOperationOnStrippedImage());
   std::uint64_t n = tiled ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
   if (planar == PLANARCONFIG_SEPARATE) n *= samples;
+  // A directory can claim far more entries than the file holds: libtiff
+  // pads short arrays to its strip count, and the count is multiplied by
+  // SamplesPerPixel here, so a 15-row image of 65535 separate planes asks
+  // for a row of 500 GB. A row that cannot fit in memory (see
+  // memory_limit.h) is refused before it is created, with the kind of a
+  // tag that cannot be retrieved, which is what it is.
+  if (n > memory_limit() / sizeof(std::uint64_t)) raise(Tiff::tagRetrievalFailed(tag.name));
   std::uint64_t* values = nullptr;
   get_tag_checked(tif, tag.number, tag.name, &values);
   // libtiff's counts already include the planes of a separate image, so n
