@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libbenchmark-dev
   libreadline-dev
   clang libclang-rt-14-dev
+  valgrind
   python3-tifffile python3-numpy
 )
 if [ "${TIFFGATE_WITH_OCTAVE:-1}" = 1 ]; then
