@@ -101,11 +101,12 @@ TEST(resource_bounds, written_chunks_larger_than_memory) {
     const char* what;
     bool tiled;
     std::uint32_t width, length, chunkWidth, chunkLength;
-    std::uint16_t bits;
+    std::uint16_t bits, samples;
   };
   const Case cases[] = {
-      {"wide strip", false, 0xFFFFFFFFu, 1u << 20, 0, 1u << 20, 64},
-      {"large tile", true, 1u << 24, 1u << 24, 1u << 24, 1u << 24, 8},
+      {"wide strip", false, 0xFFFFFFFFu, 1u << 20, 0, 1u << 20, 64, 1},
+      {"large tile", true, 1u << 24, 1u << 24, 1u << 24, 1u << 24, 8, 1},
+      {"65535 samples", false, 1u << 20, 1u << 10, 0, 1u << 10, 8, 65535},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -113,7 +114,7 @@ TEST(resource_bounds, written_chunks_larger_than_memory) {
     TIFFSetField(f.tif(), TIFFTAG_IMAGEWIDTH, c.width);
     TIFFSetField(f.tif(), TIFFTAG_IMAGELENGTH, c.length);
     TIFFSetField(f.tif(), TIFFTAG_BITSPERSAMPLE, c.bits);
-    TIFFSetField(f.tif(), TIFFTAG_SAMPLESPERPIXEL, 1);
+    TIFFSetField(f.tif(), TIFFTAG_SAMPLESPERPIXEL, c.samples);
     TIFFSetField(f.tif(), TIFFTAG_SAMPLEFORMAT, c.bits == 64 ? SAMPLEFORMAT_IEEEFP : SAMPLEFORMAT_UINT);
     TIFFSetField(f.tif(), TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
     if (c.tiled) {
@@ -122,13 +123,14 @@ TEST(resource_bounds, written_chunks_larger_than_memory) {
     } else {
       TIFFSetField(f.tif(), TIFFTAG_ROWSPERSTRIP, c.chunkLength);
     }
-    const Array data(c.bits == 64 ? zvDOUBLE_CLASS : zvUINT8_CLASS, {2, 2});
+    const Array data(c.bits == 64 ? zvDOUBLE_CLASS : zvUINT8_CLASS,
+                     c.samples == 1 ? Array::Dims{2, 2} : Array::Dims{2, 2, c.samples});
     const CallResult r = bounded_call(c.tiled ? "writeEncodedTile" : "writeEncodedStrip", {f.id(), num(0), data});
     ASSERT_EQ(r.error_id(), tiff_id("tooManyBytes")) << outcome(r);
     // Chunk 0 needs its buffer, libtiff's encoding buffer (a tenth more)
     // and libtiff's two arrays of one 8-byte entry per chunk.
     const std::uint64_t width = c.tiled ? c.chunkWidth : c.width;
-    const std::uint64_t chunk = width * c.chunkLength * (c.bits / 8);
+    const std::uint64_t chunk = width * c.chunkLength * (c.bits / 8) * c.samples;
     const std::uint64_t chunks = c.tiled ? 1 : (std::uint64_t{c.length} + c.chunkLength - 1) / c.chunkLength;
     EXPECT_EQ(arg(r, 0), 0);
     EXPECT_EQ(arg(r, 1), static_cast<std::int64_t>(tiffgate::memory_limit()));
