@@ -72,9 +72,9 @@ std::uint64_t demand_bytes(TIFF* tif, Demand what);
 
 /// Bytes of chunk buffers and rasters one input may have the module (and
 /// libtiff under it) allocate. A file can claim strips of any size (the
-/// corpus has one of 171 GB); until the module refuses such sizes itself,
-/// the drivers leave those calls out, so that a run measures the module
-/// rather than the machine's memory. The limits take every valid corpus
+/// corpus has one of 171 GB). The module refuses only what exceeds the
+/// machine's memory, far above what a fuzzing run may use, so the drivers
+/// leave larger calls out: a run measures the module, not the machine. The limits take every valid corpus
 /// file but the largest scanned pages whole, and keep an input under about
 /// a second under the sanitizers.
 class Budget {
