@@ -9,6 +9,7 @@
 #include "support/calls.h"
 #include "support/tag_files.h"
 #include "support/tiff_files.h"
+#include "support/write_files.h"
 #include "tags/tag_names.h"
 #include "tags/tag_read.h"
 
@@ -83,7 +84,7 @@ void write_forms_file(const std::string& path) {
 TEST(get_field, every_form_reads_what_libtiff_wrote) {
   ScratchDir dir;
   write_forms_file(dir.path("forms.tif"));
-  const Array id = open_file(dir.path("forms.tif"));
+  const ModuleFile id(dir.path("forms.tif"), "r");
   for (std::uint32_t tag : kTextTags) {  // A
     const CallResult r = get(id, tag);
     ASSERT_TRUE(r.ok()) << tag;
@@ -125,7 +126,6 @@ TEST(get_field, every_form_reads_what_libtiff_wrote) {
   TiffHandle in(dir.path("forms.tif"), "r");
   const double first = static_cast<double>(TIFFGetStrileOffset(in, 0));
   expect_value(get(id, 273), zvUINT64_CLASS, {1, 2}, {first, first + 64});
-  call("close", {id});
 }
 
 TEST(get_field, absent_tags_default_or_fail_with_the_table_name) {
@@ -138,7 +138,7 @@ TEST(get_field, absent_tags_default_or_fail_with_the_table_name) {
     TIFFSetField(out, TIFFTAG_COMPRESSION, COMPRESSION_PACKBITS);
     write_chunks(out, [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
   }
-  const Array id = open_file(dir.path("bare.tif"));
+  const ModuleFile id(dir.path("bare.tif"), "r");
   for (const auto& [tag, value] : {std::pair{258, 1.0}, {274, 1.0}, {277, 1.0}, {280, 0.0}, {281, 1.0}, {296, 2.0},
                                    {334, 4.0}, {339, 1.0}, {254, 0.0}, {278, 4294967295.0}, {32997, 1.0}, {284, 1.0}}) {
     SCOPED_TRACE(tag);
@@ -151,7 +151,6 @@ TEST(get_field, absent_tags_default_or_fail_with_the_table_name) {
         {333, "InkNames"}, {301, "TransferFunction"}, {318, "WhitePoint"}, {330, "SubIFD"}, {340, "SMinSampleValue"},
         {282, "XResolution"}, {65537, "JPEGQuality"}})
     EXPECT_EQ(outcome(get(id, tag)), std::string("tagRetrievalFailed('") + name + "')");
-  call("close", {id});
 }
 
 TEST(get_field, curves_inks_planes_tiles_and_sub_directories) {
@@ -167,67 +166,62 @@ TEST(get_field, curves_inks_planes_tiles_and_sub_directories) {
     TIFFSetField(tif, TIFFTAG_COLORMAP, r.data(), g.data(), b.data());
     TIFFSetField(tif, TIFFTAG_TRANSFERFUNCTION, r.data());
   });
-  Array id = open_file(dir.path("palette.tif"));
-  const CallResult map = get(id, 320);  // scaled to 0..1
+  const ModuleFile palette(dir.path("palette.tif"), "r");
+  const CallResult map = get(palette, 320);  // scaled to 0..1
   ASSERT_EQ(map.out().dims(), (Dims{256, 3}));
   EXPECT_EQ(Values({map.out().number(0), map.out().number(255), map.out().number(512 + 1)}), Values({0, 1, 1}));
   EXPECT_DOUBLE_EQ(map.out().number(256 + 1), (65535 - 257) / 65535.0);
-  const CallResult curve = get(id, 301);  // one sample: one raw curve
+  const CallResult curve = get(palette, 301);  // one sample: one raw curve
   ASSERT_EQ(curve.out().dims(), (Dims{1, 256}));
   EXPECT_EQ(Values({curve.out().number(1), curve.out().number(255)}), Values({257, 65535}));
-  call("close", {id});
 
   write_tiff(dir.path("planes.tif"), [&](TIFF* tif) {
     TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_SEPARATE);
     TIFFSetField(tif, TIFFTAG_TRANSFERFUNCTION, r.data(), g.data(), b.data());
   }, 8, 4, 8, 3, 2);
-  id = open_file(dir.path("planes.tif"));
-  const CallResult curves = get(id, 301);
+  const ModuleFile planes(dir.path("planes.tif"), "r");
+  const CallResult curves = get(planes, 301);
   ASSERT_EQ(curves.out().dims(), (Dims{256, 3}));
   EXPECT_EQ(Values({curves.out().number(1), curves.out().number(257), curves.out().number(513)}),
             Values({257, 65535 - 257, 65535}));
-  expect_scalar(get(id, 284), 2);
+  expect_scalar(get(planes, 284), 2);
   // libtiff holds 6 strips, 2 per plane; the row is three times as long and
   // only the strips libtiff holds are filled.
   Values counts(18, 0.0);
   std::fill(counts.begin(), counts.begin() + 6, 16.0);
-  expect_value(get(id, 279), zvUINT64_CLASS, {1, 18}, counts);
-  EXPECT_EQ(outcome(get(id, 324)), "tiledOperationOnStrippedImage()");
-  call("close", {id});
+  expect_value(get(planes, 279), zvUINT64_CLASS, {1, 18}, counts);
+  EXPECT_EQ(outcome(get(planes, 324)), "tiledOperationOnStrippedImage()");
 
   write_tiff(dir.path("inks.tif"), [](TIFF* tif) {
     TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_SEPARATED);
     TIFFSetField(tif, TIFFTAG_INKSET, INKSET_MULTIINK);
     TIFFSetField(tif, TIFFTAG_INKNAMES, 18, "spot one\0spot two");
   }, 4, 2, 8, 2);
-  id = open_file(dir.path("inks.tif"));
-  const CallResult inks = get(id, 333);
-  ASSERT_EQ(inks.out().class_id(), zvCELL_CLASS);
-  ASSERT_EQ(inks.out().dims(), (Dims{1, 2}));
-  EXPECT_EQ(inks.out().cells()[0].utf8() + "|" + inks.out().cells()[1].utf8(), "spot one|spot two");
-  expect_scalar(get(id, 334), 2);
-  EXPECT_EQ(outcome(get(id, 301)), "badTransferFunctionSppCombination(2)");
-  call("close", {id});
+  const ModuleFile inks(dir.path("inks.tif"), "r");
+  const CallResult names = get(inks, 333);
+  ASSERT_EQ(names.out().class_id(), zvCELL_CLASS);
+  ASSERT_EQ(names.out().dims(), (Dims{1, 2}));
+  EXPECT_EQ(names.out().cells()[0].utf8() + "|" + names.out().cells()[1].utf8(), "spot one|spot two");
+  expect_scalar(get(inks, 334), 2);
+  EXPECT_EQ(outcome(get(inks, 301)), "badTransferFunctionSppCombination(2)");
 
   write_tiff(dir.path("tiled.tif"), [](TIFF*) {}, 40, 20, 8, 1, 0, 16);
-  id = open_file(dir.path("tiled.tif"));
-  expect_scalar(get(id, 322), 16);
-  expect_scalar(get(id, 323), 16);
-  expect_value(get(id, 325), zvUINT64_CLASS, {1, 6}, Values(6, 256.0));
-  EXPECT_EQ(outcome(get(id, 273)), "strippedOperationOnTiledImage()");
-  call("close", {id});
+  const ModuleFile tiled(dir.path("tiled.tif"), "r");
+  expect_scalar(get(tiled, 322), 16);
+  expect_scalar(get(tiled, 323), 16);
+  expect_value(get(tiled, 325), zvUINT64_CLASS, {1, 6}, Values(6, 256.0));
+  EXPECT_EQ(outcome(get(tiled, 273)), "strippedOperationOnTiledImage()");
 
   const std::vector<std::uint64_t> sub = write_file_with_subifds(dir.path("sub.tif"), 2);
-  id = open_file(dir.path("sub.tif"));
-  expect_value(get(id, 330), zvUINT64_CLASS, {1, 2}, {double(sub[0]), double(sub[1])});
-  call("close", {id});
+  const ModuleFile subifds(dir.path("sub.tif"), "r");
+  expect_value(get(subifds, 330), zvUINT64_CLASS, {1, 2}, {double(sub[0]), double(sub[1])});
 }
 
 TEST(get_field, tile_arrays_of_a_file_being_written) {
   ScratchDir dir;
-  const Array id = open_file(dir.path("growing.tif"), "w");
+  const ModuleFile id(dir.path("growing.tif"), "w");
   // Set up through libtiff on the module's own handle, which the identifier holds.
-  TIFF* tif = reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(id.at<std::uint64_t>(0)));
+  TIFF* tif = id.tif();
   set_basic_tags(tif, 40, 40, 8, 1, 0, 16);
   EXPECT_EQ(outcome(get(id, 324)), "tagRetrievalFailed('TileOffsets')");
   write_chunks(tif, [](std::uint32_t, std::size_t) { return std::uint8_t{1}; });
@@ -238,7 +232,6 @@ TEST(get_field, tile_arrays_of_a_file_being_written) {
   Values counts(15, 0.0);
   std::fill(counts.begin(), counts.begin() + 9, 256.0);
   expect_value(get(id, 325), zvUINT64_CLASS, {1, 15}, counts);
-  call("close", {id});
 }
 
 TEST(get_field, codec_tags_need_their_codec) {
@@ -252,21 +245,20 @@ TEST(get_field, codec_tags_need_their_codec) {
     TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX3);
     TIFFSetField(tif, TIFFTAG_GROUP3OPTIONS, GROUP3OPT_2DENCODING | GROUP3OPT_FILLBITS);
   }, 16, 2, 1);
-  Array id = open_file(path);
-  expect_scalar(get(id, 317), 2);
-  expect_scalar(get(id, 65557), 4294967295.0);  // the codec's default level, -1, read as uint32
-  EXPECT_EQ(outcome(get(id, 292)), "tagRetrievalFailed('Group3Options')");
-  call("close", {id});
-  id = open_file(dir.path("fax.tif"));
-  expect_scalar(get(id, 292), 5);
-  call("close", {id});
+  {
+    const ModuleFile deflate(path, "r");
+    expect_scalar(get(deflate, 317), 2);
+    expect_scalar(get(deflate, 65557), 4294967295.0);  // the codec's default level, -1, read as uint32
+    EXPECT_EQ(outcome(get(deflate, 292)), "tagRetrievalFailed('Group3Options')");
+  }
+  const ModuleFile fax(dir.path("fax.tif"), "r");
+  expect_scalar(get(fax, 292), 5);
   // The same Predictor in a file that claims no compression: libtiff keeps it
   // as an anonymous counted value, not to be read as one 16-bit number.
   patch_first_ifd_short(path, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
-  id = open_file(path);
-  EXPECT_EQ(outcome(get(id, 317)), "unableToReadTag(317)");
-  expect_scalar(get(id, 256), 8);
-  call("close", {id});
+  const ModuleFile patched(path, "r");
+  EXPECT_EQ(outcome(get(patched, 317)), "unableToReadTag(317)");
+  expect_scalar(get(patched, 256), 8);
 }
 
 TEST(get_field, geotiff_counts_are_checked) {
@@ -286,7 +278,7 @@ TEST(get_field, geotiff_counts_are_checked) {
     TIFFSetField(out, 33922, 0, kDoubles);
     write_chunks(out, [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
   }
-  const Array id = open_file(dir.path("geo.tif"));
+  const ModuleFile id(dir.path("geo.tif"), "r");
   EXPECT_EQ(outcome(get(id, 34735)), "badMultipleTagValueRetrieved(7, 'GeoKeyDirectoryTag', 4)");
   EXPECT_EQ(outcome(get(id, 33922)), "badMultipleTagValueRetrieved(7, 'ModelTiepointTag', 6)");
   // A wrong count is a warning, and the values still come back.
@@ -301,13 +293,12 @@ TEST(get_field, geotiff_counts_are_checked) {
   // libtiff keeps no empty value: zero tie points read as an absent tag.
   ASSERT_TRUE(call("setDirectory", {id, num(1)}).ok());
   EXPECT_EQ(outcome(get(id, 33922)), "tagRetrievalFailed('ModelTiepointTag')");
-  call("close", {id});
 }
 
 TEST(get_field, bad_operands_and_refused_tags) {
   ScratchDir dir;
   write_tiff(dir.path("plain.tif"), [](TIFF*) {});
-  const Array id = open_file(dir.path("plain.tif"));
+  const ModuleFile id(dir.path("plain.tif"), "r");
   EXPECT_EQ(outcome(call("getField", {num(0), num(256)})), "badFileId()");
   EXPECT_EQ(outcome(call("getField", {id})), "wrongNumberOfInputs()");
   // Tag numbers are truncated toward zero, refused at -1 and 2^32; NaN is 0.
@@ -328,10 +319,8 @@ TEST(get_field, bad_operands_and_refused_tags) {
   for (int tag : {255, 264, 265, 288, 289, 290, 291, 300, 343, 344, 345, 33300, 33306, 34665, 34853, 34908, 34911,
                   40965, 65538})
     EXPECT_EQ(outcome(get(id, tag)), "unhandledTagId(" + std::to_string(tag) + ")");
-  call("close", {id});
-  const Array fresh = open_file(dir.path("fresh.tif"), "w");  // nothing set yet
+  const ModuleFile fresh(dir.path("fresh.tif"), "w");  // nothing set yet
   EXPECT_EQ(outcome(get(fresh, 256)), "tagRetrievalFailed('ImageWidth')");
-  call("close", {fresh});
 }
 
 TEST(get_field, text_in_another_encoding_keeps_every_byte) {
@@ -341,10 +330,9 @@ TEST(get_field, text_in_another_encoding_keeps_every_byte) {
   write_tiff(dir.path("latin.tif"), [](TIFF* tif) {
     TIFFSetField(tif, TIFFTAG_IMAGEDESCRIPTION, "Photoshop\xA8 caf\xE9 \xC3\xA9 \xE2\x82");
   });
-  const Array id = open_file(dir.path("latin.tif"));
+  const ModuleFile id(dir.path("latin.tif"), "r");
   // Stray bytes as the characters of their codes; well-formed UTF-8 decoded.
   EXPECT_EQ(get(id, 270).out().utf16(), u"Photoshop\u00A8 caf\u00E9 \u00E9 \u00E2\u0082");
-  call("close", {id});
 }
 
 TEST(get_field, ink_names_are_walked_within_the_buffer) {
@@ -360,11 +348,10 @@ TEST(get_field, ink_names_are_walked_within_the_buffer) {
     TIFFSetField(tif, TIFFTAG_INKNAMES, 4, "a\0b");
   }, 4, 2, 8, 4);
   patch_first_ifd_short(dir.path("inks.tif"), TIFFTAG_NUMBEROFINKS, 4);
-  const Array id = open_file(dir.path("inks.tif"));
+  const ModuleFile id(dir.path("inks.tif"), "r");
   const CallResult inks = get(id, 333);
   ASSERT_EQ(inks.out().numel(), 2u);
   EXPECT_EQ(inks.out().cells()[1].utf8(), "b");
-  call("close", {id});
 }
 
 // --- retrieveMetadata ------------------------------------------------------------

@@ -8,6 +8,7 @@
 #include "support/image_files.h"
 #include "support/raw_tiff.h"
 #include "support/tiff_files.h"
+#include "support/write_files.h"
 
 #include <gtest/gtest.h>
 
@@ -85,7 +86,7 @@ TEST(read_encoded, every_layout_matches_the_pattern_and_libtiff) {
     const ImageSpec image_spec = spec_of(c);
     const std::string path = dir.path(std::string(c.name) + ".tif");
     write_image(path, image_spec);
-    const Array id = open_file(path);
+    const ModuleFile id(path, "r");
     TiffHandle ref(path, "r");
     const std::uint32_t count = chunk_count(ref);
     for (std::uint32_t i = 0; i < count; ++i) {
@@ -101,7 +102,6 @@ TEST(read_encoded, every_layout_matches_the_pattern_and_libtiff) {
         EXPECT_EQ(r.out().dims(), Array::Dims(c.last, std::find(c.last, c.last + 3, 0)));
       }
     }
-    call("close", {id});
   }
 }
 
@@ -153,27 +153,25 @@ TEST(read_encoded, error_kinds_and_their_arguments) {
   write_image(dir.path("ycc-planes.tif"), ycc);
   EXPECT_EQ(read_once(dir.path("ycc-planes.tif"), 0), "unsupportedYCbCrConfiguration()");
   // A fourth YCbCr sample: libtiff opens no such file, so the directory is one being written.
-  const Array ycc4 = open_file(dir.path("ycc4.tif"), "w");
+  const ModuleFile ycc4(dir.path("ycc4.tif"), "w");
   EXPECT_EQ(outcome(call("readEncodedStrip", {ycc4, num(0)})), "tagRetrievalFailed('ImageLength')");
   set_basic_tags(handle_of(ycc4), 16, 8, 8, 4, 8);
   TIFFSetField(handle_of(ycc4), TIFFTAG_PHOTOMETRIC, YCC);
   TIFFSetField(handle_of(ycc4), TIFFTAG_YCBCRSUBSAMPLING, 1, 1);
   EXPECT_EQ(outcome(call("readEncodedStrip", {ycc4, num(0)})), "unsupportedYCbCrConfiguration()");
-  call("close", {ycc4});
 
   // JPEG YCbCr once libtiff has been told to convert to RGB.
   write_image(dir.path("jpeg.tif"), spec_of(kCases[17]));
-  const Array jpeg = open_file(dir.path("jpeg.tif"));
+  const ModuleFile jpeg(dir.path("jpeg.tif"), "r");
   EXPECT_EQ(outcome(call("readEncodedStrip", {jpeg, num(0)})), "ok");
   TIFFSetField(handle_of(jpeg), TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
   EXPECT_EQ(outcome(call("readEncodedStrip", {jpeg, num(0)})), "readWithJpegColorModeRGB()");
-  call("close", {jpeg});
 }
 
 TEST(read_encoded, bad_chunk_numbers_and_operands) {
   ScratchDir dir;
   write_image(dir.path("a.tif"), spec_of(kCases[0]));  // 3 strips
-  const Array id = open_file(dir.path("a.tif"));
+  const ModuleFile id(dir.path("a.tif"), "r");
   TiffHandle ref(dir.path("a.tif"), "r");
   EXPECT_EQ(outcome(call("readEncodedStrip", {id, num(-1)})), "argumentOutOfBounds()");
   EXPECT_EQ(outcome(call("readEncodedStrip", {id, num(4294967296.0)})), "argumentOutOfBounds()");
@@ -185,11 +183,9 @@ TEST(read_encoded, bad_chunk_numbers_and_operands) {
   EXPECT_EQ(compare_outputs(call("readEncodedStrip", {id, num(1.99)}), libtiff_chunk(ref, 1)), "");
   const Array two = Array::of<std::uint8_t>(zvUINT8_CLASS, {1, 1}, {2});
   EXPECT_EQ(compare_outputs(call("readEncodedStrip", {id, two}), libtiff_chunk(ref, 2)), "");
-  call("close", {id});
   // The tile read ignores a third operand of any class.
-  const Array tiled = open_file(plain_file(dir, "t.tif", 8, U, 16));
+  const ModuleFile tiled(plain_file(dir, "t.tif", 8, U, 16), "r");
   EXPECT_EQ(outcome(call("readEncodedTile", {tiled, num(1), Array::cell({})})), "ok");
-  call("close", {tiled});
 }
 
 bool all_zero(const Array& a) {
@@ -211,7 +207,7 @@ TEST(read_encoded, corrupt_and_truncated_chunks_still_convert) {
   }
   // The damaged tile comes back converted from the zero-filled buffer, with
   // libtiff's complaint as a warning; its neighbours are intact.
-  const Array id = open_file(path);
+  const ModuleFile id(path, "r");
   TiffHandle ref(path, "r");
   const auto bad = call("readEncodedTile", {id, num(1)});
   ASSERT_EQ(outcome(bad), "ok");
@@ -220,11 +216,10 @@ TEST(read_encoded, corrupt_and_truncated_chunks_still_convert) {
   ASSERT_EQ(bad.warnings.size(), 1u);
   EXPECT_EQ(bad.warnings[0].identifier, kLibtiffErrorId);
   EXPECT_EQ(compare_outputs(call("readEncodedTile", {id, num(2)}), pattern_chunk(image_spec, ref, 2)), "");
-  call("close", {id});
 
   // JPEG YCbCr strips whose data lie past the end of the file: zeros in all
   // three outputs, and libtiff's read error as a warning.
-  const Array cut = open_file(corpus_dir() + "/malformed/pillow-crash-0c7e0e8e-truncated.tif");
+  const ModuleFile cut(corpus_dir() + "/malformed/pillow-crash-0c7e0e8e-truncated.tif", "r");
   const auto r = call("readEncodedStrip", {cut, num(0)});
   ASSERT_EQ(outcome(r), "ok");
   EXPECT_EQ(r.out(0).dims(), (Array::Dims{16, 480}));
@@ -232,7 +227,6 @@ TEST(read_encoded, corrupt_and_truncated_chunks_still_convert) {
   for (std::size_t k = 0; k < 3; ++k) EXPECT_TRUE(all_zero(r.out(k)));
   ASSERT_FALSE(r.warnings.empty());
   EXPECT_EQ(r.warnings.back().identifier, kLibtiffErrorId);
-  call("close", {cut});
 }
 
 TEST(read_encoded, chunks_larger_than_memory_are_refused_before_allocating) {
@@ -306,7 +300,7 @@ TEST(read_rgba, image_strip_and_tile_as_libtiff_gives_them) {
   };
   for (const Read& read : reads) {
     SCOPED_TRACE(std::string(read.file) + " " + std::to_string(read.at.size()));
-    const Array id = open_file(dir.path(read.file));
+    const ModuleFile id(dir.path(read.file), "r");
     TiffHandle ref(dir.path(read.file), "r");
     // Zero-filled: the last strip's rows past the image are zero on both sides.
     std::vector<std::uint32_t> words(std::size_t{read.width} * read.length);
@@ -320,16 +314,14 @@ TEST(read_rgba, image_strip_and_tile_as_libtiff_gives_them) {
     else
       ASSERT_TRUE(TIFFReadRGBATile(ref, read.x0, read.y0, words.data()));
     EXPECT_EQ(compare_raster(call(command, operands), words, read.width, read.length), "");
-    call("close", {id});
   }
 }
 
 TEST(read_rgba, one_strip_taller_than_the_image) {
   ScratchDir dir;
   write_image(dir.path("a.tif"), rgb_spec(100));
-  const Array id = open_file(dir.path("a.tif"));
+  const ModuleFile id(dir.path("a.tif"), "r");
   EXPECT_EQ(call("readRGBAStrip", {id, num(0)}).out().dims(), (Array::Dims{4, 21, 13}));
-  call("close", {id});
 }
 
 TEST(read_rgba, error_kinds_and_their_arguments) {
@@ -342,8 +334,8 @@ TEST(read_rgba, error_kinds_and_their_arguments) {
   floats.width = 40, floats.length = 24, floats.rowsPerStrip = 0, floats.tileWidth = floats.tileLength = 16;
   write_image(dir.path("float-tiles.tif"), floats);
 
-  const Array strips = open_file(dir.path("strips.tif")), tiles = open_file(dir.path("tiles.tif"));
-  const Array fstrips = open_file(dir.path("float-strips.tif")), ftiles = open_file(dir.path("float-tiles.tif"));
+  const ModuleFile strips(dir.path("strips.tif"), "r"), tiles(dir.path("tiles.tif"), "r");
+  const ModuleFile fstrips(dir.path("float-strips.tif"), "r"), ftiles(dir.path("float-tiles.tif"), "r");
   EXPECT_EQ(outcome(call("readRGBAStrip", {tiles, num(0)})), "strippedOperationOnTiledImage()");
   EXPECT_EQ(outcome(call("readRGBATile", {strips, num(0), num(0)})), "tiledOperationOnStrippedImage()");
   EXPECT_EQ(outcome(call("readRGBAImage", {fstrips})), "imageReadErrorRGBA()");
@@ -357,15 +349,13 @@ TEST(read_rgba, error_kinds_and_their_arguments) {
   EXPECT_EQ(outcome(call("readRGBAStrip", {strips, num(-1)})), "argumentOutOfBounds()");
   EXPECT_EQ(outcome(call("readRGBATile", {tiles, num(0), num(4294967296.0)})), "argumentOutOfBounds()");
   EXPECT_EQ(outcome(call("readRGBAImage", {Array::uint64(0)})), "badFileId()");
-  for (const Array* id : {&strips, &tiles, &fstrips, &ftiles}) call("close", {*id});
 
   // A directory being written with TileLength set but no TileWidth made
   // libtiff's RGBA tile reader divide by zero.
-  const Array fresh = open_file(dir.path("fresh.tif"), "w");
+  const ModuleFile fresh(dir.path("fresh.tif"), "w");
   for (auto [tag, value] : {std::pair{256, 32}, {257, 32}, {262, 1}, {323, 16}})
     ASSERT_TRUE(call("setField", {fresh, num(tag), num(value)}).ok());
   EXPECT_EQ(outcome(call("readRGBATile", {fresh, num(0), num(0)})), "tileReadErrorRGBA(1, 1)");
-  call("close", {fresh});
 }
 
 TEST(read_rgba, rasters_larger_than_memory_are_refused_before_allocating) {
@@ -373,12 +363,10 @@ TEST(read_rgba, rasters_larger_than_memory_are_refused_before_allocating) {
   // in the sanitizer build.
   ScratchDir dir;
   write_huge_images(dir.path("strip.tif"), dir.path("tile.tif"));
-  const Array s = open_file(dir.path("strip.tif")), t = open_file(dir.path("tile.tif"));
+  const ModuleFile s(dir.path("strip.tif"), "r"), t(dir.path("tile.tif"), "r");
   EXPECT_EQ(outcome(call("readRGBAImage", {s})), "imageReadErrorRGBA()");
   EXPECT_EQ(outcome(call("readRGBAStrip", {s, num(5)})), "stripReadErrorRGBA(1)");
   EXPECT_EQ(outcome(call("readRGBATile", {t, num(5), num(7)})), "tileReadErrorRGBA(1, 1)");
-  call("close", {s});
-  call("close", {t});
 
   // A raster of 4 MB over a strip of 65 GB (65535 samples a pixel, as in a
   // malformed corpus file): libtiff's RGBA reader allocated the strip.
@@ -386,10 +374,9 @@ TEST(read_rgba, rasters_larger_than_memory_are_refused_before_allocating) {
                                 {262, 3, PHOTOMETRIC_MINISBLACK}, {273, 4, 8}, {277, 3, 65535}, {278, 4, 1000},
                                 {279, 4, 16}};
   write_raw_tiff(dir.path("wide.tif"), wide);
-  const Array w = open_file(dir.path("wide.tif"));
+  const ModuleFile w(dir.path("wide.tif"), "r");
   EXPECT_EQ(outcome(call("readRGBAImage", {w})), "imageReadErrorRGBA()");
   EXPECT_EQ(outcome(call("readRGBAStrip", {w, num(0)})), "stripReadErrorRGBA(1)");
-  call("close", {w});
 }
 
 // --- chunk numbers -----------------------------------------------------------
@@ -403,20 +390,20 @@ std::string answer(const char* command, std::vector<Array> operands) {
 }
 std::string n(double v) { return std::to_string(v); }
 
-Array open_written(const ScratchDir& dir, const std::string& name, std::uint32_t width, std::uint32_t length,
-                   std::uint16_t planar, std::uint32_t rowsPerStrip, std::uint32_t tile) {
+std::string written(const ScratchDir& dir, const std::string& name, std::uint32_t width, std::uint32_t length,
+                    std::uint16_t planar, std::uint32_t rowsPerStrip, std::uint32_t tile) {
   ImageSpec s;
   s.width = width, s.length = length, s.samples = 3, s.photometric = PHOTOMETRIC_RGB, s.planar = planar;
   s.rowsPerStrip = rowsPerStrip, s.tileWidth = s.tileLength = tile;
   write_image(dir.path(name), s);
-  return open_file(dir.path(name));
+  return dir.path(name);
 }
 
 TEST(compute_chunk, strips) {
   ScratchDir dir;
   // 32 rows in strips of 16 (2 strips); separate: 11 rows in strips of 4, 3 a plane.
-  const Array contig = open_written(dir, "c.tif", 21, 32, PLANARCONFIG_CONTIG, 16, 0);
-  const Array planes = open_written(dir, "s.tif", 17, 11, PLANARCONFIG_SEPARATE, 4, 0);
+  const ModuleFile contig(written(dir, "c.tif", 21, 32, PLANARCONFIG_CONTIG, 16, 0), "r");
+  const ModuleFile planes(written(dir, "s.tif", 17, 11, PLANARCONFIG_SEPARATE, 4, 0), "r");
   EXPECT_EQ(answer("computeStrip", {contig, num(0)}), n(1));
   EXPECT_EQ(answer("computeStrip", {contig, num(15.9)}), n(1));
   EXPECT_EQ(answer("computeStrip", {contig, num(31)}), n(2));
@@ -439,15 +426,13 @@ TEST(compute_chunk, strips) {
   EXPECT_EQ(r.out().number(), 1);
   ASSERT_EQ(r.warnings.size(), 1u);
   EXPECT_EQ(r.warnings[0].identifier, kLibtiffErrorId);
-  call("close", {contig});
-  call("close", {planes});
 }
 
 TEST(compute_chunk, tiles) {
   ScratchDir dir;
   // 48 x 32 in 16 x 16 tiles: 3 across, 2 down, 6 a plane.
-  const Array contig = open_written(dir, "c.tif", 48, 32, PLANARCONFIG_CONTIG, 0, 16);
-  const Array planes = open_written(dir, "s.tif", 48, 32, PLANARCONFIG_SEPARATE, 0, 16);
+  const ModuleFile contig(written(dir, "c.tif", 48, 32, PLANARCONFIG_CONTIG, 0, 16), "r");
+  const ModuleFile planes(written(dir, "s.tif", 48, 32, PLANARCONFIG_SEPARATE, 0, 16), "r");
   auto at = [](double row, double column) { return Array::row({row, column}); };
   EXPECT_EQ(answer("computeTile", {contig, at(0, 0)}), n(1));
   EXPECT_EQ(answer("computeTile", {contig, at(17, 33)}), n(6));
@@ -463,8 +448,6 @@ TEST(compute_chunk, tiles) {
   EXPECT_EQ(answer("computeTile", {planes, at(0, 0)}), "sampleParameterRequired()");
   EXPECT_EQ(answer("computeTile", {planes, at(17, 33), num(2)}), n(18));
   EXPECT_EQ(answer("computeTile", {planes, at(0, 0), num(1.5)}), n(7));
-  call("close", {contig});
-  call("close", {planes});
 }
 
 }  // namespace

@@ -23,6 +23,8 @@ class ModuleFile {
   ModuleFile& operator=(const ModuleFile&) = delete;
   TIFF* tif() const { return handle_of(id_); }
   const embedded::Array& id() const { return id_; }
+  /// The identifier, for a call's operands.
+  operator const embedded::Array&() const { return id_; }
   /// "writeEncodedStrip" or "writeEncodedTile" with chunk number and arrays.
   embedded::CallResult write(bool tiled, embedded::Array chunk, std::vector<embedded::Array> images) const;
   /// "setField" and "getField" of one tag.
