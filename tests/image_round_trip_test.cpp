@@ -307,7 +307,8 @@ void read_layout(const ModuleFile& file, const Layout& l, const std::vector<Arra
 /// libtiff's own YCbCr to RGB conversion for the directory's coefficients.
 class LibtiffYCbCr {
  public:
-  explicit LibtiffYCbCr(TIFF* in) : memory_(sizeof(TIFFYCbCrToRGB) + 16 + 4 * 256 + 2 * 256 * sizeof(int) + 3 * 256 * 4) {
+  explicit LibtiffYCbCr(TIFF* in)
+      : memory_(sizeof(TIFFYCbCrToRGB) + 16 + 4 * 256 + 2 * 256 * sizeof(int) + 3 * 256 * 4) {
     float* luma = nullptr;
     float* reference = nullptr;
     TIFFGetFieldDefaulted(in, TIFFTAG_YCBCRCOEFFICIENTS, &luma);
@@ -424,10 +425,10 @@ TEST(image_round_trip, every_layout_against_the_module_libtiff_and_tifffile) {
       SCOPED_TRACE(files[f] + ": " + l.name);
       ASSERT_EQ(go_to_directory(file.id(), key_of(i)), "");
       read_layout(file, l, images[i], places[f * std::size(kLayouts) + i]);
-      // libtiff's RGBA reader takes whole units per strip, and smooths the
-      // chroma of JPEG tiles at their edges.
-      if (l.ycbcr() && l.bits == 8 && l.h <= 2 && l.v <= 2 && (l.tile ? l.compression != JPEG : l.rowsPerStrip % l.v == 0))
-        expect_rgba(file.tif(), l, images[i]);
+      // libtiff's RGBA reader misplaces 4 x 4 units at odd edges, needs whole
+      // units in a strip, and smooths the chroma of JPEG tiles at their edges.
+      const bool rgba = l.h * l.v < 16 && (l.tile ? l.compression != JPEG : l.rowsPerStrip % l.v == 0);
+      if (l.ycbcr() && l.bits == 8 && rgba) expect_rgba(file.tif(), l, images[i]);
 
       const auto page = pages.find(files[f] + " " + key_of(i));
       ASSERT_NE(page, pages.end());
