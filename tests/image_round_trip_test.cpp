@@ -7,6 +7,7 @@
 // SubIFD, which tifffile must find.
 
 #include "support/corpus.h"
+#include "support/foundation.h"
 #include "support/image_files.h"
 #include "support/write_files.h"
 
@@ -15,7 +16,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <map>
 
@@ -390,11 +390,6 @@ void expect_directory_0_tags(const DirectoryRecord& d0) {
 /// with the one after.
 std::string key_of(std::size_t layout) { return layout == 0 ? "0" : layout == 1 ? "0.0" : std::to_string(layout - 1); }
 
-std::vector<unsigned char> file_contents(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 // No codec setting or tag of one directory may leak into the next.
 TEST(image_round_trip, every_layout_against_the_module_libtiff_and_tifffile) {
   ScratchDir dir;
@@ -442,7 +437,7 @@ TEST(image_round_trip, every_layout_against_the_module_libtiff_and_tifffile) {
       if (!p.decoded()) continue;
       const ModuleImage image = read_module_image(file.id());  // checked against the arrays written above
       ASSERT_EQ(image.outcome, "ok");
-      EXPECT_TRUE(image.bytes == file_contents(p.data)) << "tifffile decodes other values";
+      EXPECT_TRUE(image.bytes == file_bytes(p.data)) << "tifffile decodes other values";
       ++compared;
     }
     EXPECT_EQ(call("lastDirectory", {file.id()}).out().number(), 1);
@@ -528,7 +523,7 @@ TEST(tifffile_round_trip, tifffile_writes_module_reads) {
     ASSERT_EQ(image.outcome, "ok");
     EXPECT_EQ(image.shape, p.shape);
     EXPECT_EQ(image.dtype, p.dtype);
-    EXPECT_TRUE(image.bytes == file_contents(p.data)) << "the module reads other values";
+    EXPECT_TRUE(image.bytes == file_bytes(p.data)) << "the module reads other values";
     ++compared;
   }
   for (const auto& [file, id] : open) EXPECT_TRUE(call("close", {id}).ok()) << file;
