@@ -390,7 +390,8 @@ void expect_directory_0_tags(const DirectoryRecord& d0) {
 /// with the one after.
 std::string key_of(std::size_t layout) { return layout == 0 ? "0" : layout == 1 ? "0.0" : std::to_string(layout - 1); }
 
-// No codec setting or tag of one directory may leak into the next.
+// Every layout as a directory of one file, so that no codec setting or tag
+// of one directory may leak into the next.
 TEST(image_round_trip, every_layout_against_the_module_libtiff_and_tifffile) {
   ScratchDir dir;
   const std::vector<std::string> files = {dir.path("classic.tif"), dir.path("bigtiff.tif")};
