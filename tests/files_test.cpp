@@ -1,5 +1,8 @@
 // "open" and "close", the registry of open handles and the two levels of
-// identifier validation. Files are written and checked with libtiff directly.
+// identifier validation; the directory commands and file queries: numbering
+// in both directions, result classes, SubIFD navigation only through the
+// current directory's list, and the kind each libtiff failure is reported
+// as. Files are written and checked with libtiff directly.
 
 #include "support/foundation.h"
 #include "support/tiff_files.h"
@@ -18,6 +21,7 @@ namespace {
 using namespace tiffgate::testing;
 using tiffgate::embedded::Array;
 using tiffgate::embedded::call;
+using tiffgate::embedded::CallResult;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
@@ -216,6 +220,217 @@ TEST(files_test, registered_commands_refuse_identifiers_not_in_the_registry) {
   }
   EXPECT_EQ(call("setDirectory", {Array::uint64(0), num(0)}).error_id(), tiff_id("badFileId"));
   EXPECT_EQ(call("setSubDirectory", {Array::uint64(0), num(8)}).error_id(), tiff_id("badFileId"));
+}
+
+// A successful query's scalar, with its class checked.
+double scalar_of(const CallResult& r, zvClassID cls) {
+  EXPECT_TRUE(r.ok()) << r.error_id();
+  if (!r.ok()) return -1;
+  EXPECT_EQ(r.out().class_id(), cls);
+  EXPECT_EQ(r.out().numel(), 1u);
+  return r.out().number();
+}
+
+TEST(directories_test, walking_a_chain_of_directories) {
+  ScratchDir dir;
+  write_multi_directory_file(dir.path("three.tif"), 3);  // widths 8, 16, 24
+  const Array id = open_file(dir.path("three.tif"));
+  TIFF* tif = handle_of(id);
+
+  for (int d = 1; d <= 3; ++d) {
+    SCOPED_TRACE(d);
+    EXPECT_EQ(scalar_of(call("currentDirectory", {id}), zvDOUBLE_CLASS), d);
+    EXPECT_EQ(scalar_of(call("lastDirectory", {id}), zvLOGICAL_CLASS), d == 3);
+    EXPECT_EQ(width_of(tif), 8u * d);
+    const auto next = call("readDirectory", {id});
+    EXPECT_EQ(next.error_id(), d < 3 ? "" : tiff_id("unableToReadDir"));
+  }
+
+  // setDirectory counts from 0, currentDirectory from 1.
+  const std::vector<std::pair<double, int>> to = {{0, 1}, {2, 3}, {1, 2}, {2.9, 3}, {-0.5, 1}, {kNaN, 1}};
+  for (const auto& [index, number] : to) {
+    SCOPED_TRACE(index);
+    ASSERT_TRUE(call("setDirectory", {id, num(index)}).ok());
+    EXPECT_EQ(scalar_of(call("currentDirectory", {id}), zvDOUBLE_CLASS), number);
+    EXPECT_EQ(width_of(tif), 8u * number);
+  }
+  // Any class and shape: the first element is the index.
+  EXPECT_TRUE(call("setDirectory", {id, Array::of<std::uint8_t>(zvUINT8_CLASS, {1, 2}, {2, 0})}).ok());
+  EXPECT_EQ(width_of(tif), 24u);
+  EXPECT_TRUE(call("setDirectory", {id, Array::logical(true)}).ok());
+  EXPECT_EQ(width_of(tif), 16u);
+
+  // Beyond the last directory: reported counted from 1, without wrapping.
+  for (const auto& [index, reported] : std::vector<std::pair<double, std::int64_t>>{{3, 4}, {65535, 65536}}) {
+    const auto r = call("setDirectory", {id, num(index)});
+    EXPECT_EQ(r.error_id(), tiff_id("unableToChangeDir"));
+    EXPECT_EQ(boost::get<std::int64_t>(r.error->arguments.at(0)), reported);
+  }
+  for (const Array& bad : {num(-1), num(65536), num(kInf), num(-kInf), num(1e300), Array(),
+                           Array::of<std::int16_t>(zvINT16_CLASS, {1, 1}, {-3})})
+    EXPECT_EQ(call("setDirectory", {id, bad}).error_id(), validate_id("argumentOutOfBounds"));
+  EXPECT_TRUE(call("close", {id}).ok());
+}
+
+TEST(directories_test, one_directory_file) {
+  ScratchDir dir;
+  write_multi_directory_file(dir.path("one.tif"), 1);
+  const Array id = open_file(dir.path("one.tif"));
+  EXPECT_EQ(scalar_of(call("currentDirectory", {id}), zvDOUBLE_CLASS), 1);
+  EXPECT_EQ(scalar_of(call("lastDirectory", {id}), zvLOGICAL_CLASS), 1);
+  EXPECT_TRUE(call("setDirectory", {id, num(0)}).ok());
+  const auto r = call("setDirectory", {id, num(1)});
+  EXPECT_EQ(r.error_id(), tiff_id("unableToChangeDir"));
+  EXPECT_EQ(boost::get<std::int64_t>(r.error->arguments.at(0)), 2);
+  EXPECT_EQ(call("readDirectory", {id}).error_id(), tiff_id("unableToReadDir"));
+  EXPECT_TRUE(call("close", {id}).ok());
+}
+
+TEST(directories_test, strip_and_tile_queries) {
+  ScratchDir dir;
+  {
+    TiffHandle out(dir.path("mixed.tif"), "w");
+    set_basic_tags(out, 40, 10, 8, 1, 3);  // 4 strips of 3, 3, 3, 1 rows
+    write_chunks(out, [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
+    TIFFWriteDirectory(out);
+    set_basic_tags(out, 40, 33, 8, 3, 0, 16);  // 3 x 3 tiles of 16 x 16
+    write_chunks(out, [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
+    TIFFWriteDirectory(out);
+  }
+  TiffHandle reference(dir.path("mixed.tif"), "r");
+  const Array id = open_file(dir.path("mixed.tif"));
+
+  EXPECT_EQ(scalar_of(call("isTiled", {id}), zvLOGICAL_CLASS), 0);
+  EXPECT_EQ(scalar_of(call("numberOfStrips", {id}), zvDOUBLE_CLASS), 4);
+  // On a stripped image this is whatever libtiff says, without error.
+  EXPECT_EQ(scalar_of(call("numberOfTiles", {id}), zvDOUBLE_CLASS), TIFFNumberOfTiles(reference));
+
+  ASSERT_TRUE(call("readDirectory", {id}).ok());
+  EXPECT_EQ(scalar_of(call("isTiled", {id}), zvLOGICAL_CLASS), 1);
+  EXPECT_EQ(scalar_of(call("numberOfTiles", {id}), zvDOUBLE_CLASS), 9);
+  ASSERT_TRUE(TIFFReadDirectory(reference));
+  EXPECT_EQ(scalar_of(call("numberOfStrips", {id}), zvDOUBLE_CLASS), TIFFNumberOfStrips(reference));
+  EXPECT_TRUE(call("close", {id}).ok());
+}
+
+TEST(directories_test, sub_directories_are_reached_only_through_the_current_list) {
+  ScratchDir dir;
+  const std::string path = dir.path("sub.tif");
+  // Directory 1 (16 x 16) lists SubIFDs 2 x 1 and 2 x 2; directory 2 is 24 x 4.
+  const std::vector<std::uint64_t> subifds = write_file_with_subifds(path, 2);
+  ASSERT_EQ(subifds.size(), 2u);
+  std::uint64_t second_main = 0;
+  {
+    TiffHandle probe(path, "r");
+    ASSERT_TRUE(TIFFSetDirectory(probe, 1));
+    second_main = TIFFCurrentDirOffset(probe);
+  }
+  const Array id = open_file(path);
+  TIFF* tif = handle_of(id);
+  const auto length_of = [tif] {
+    std::uint32_t length = 0;
+    TIFFGetField(tif, TIFFTAG_IMAGELENGTH, &length);
+    return length;
+  };
+
+  // The offset in each of the accepted forms.
+  const Array forms[] = {Array::uint64(subifds[1]), num(static_cast<double>(subifds[1])),
+                         Array::of<std::uint32_t>(zvUINT32_CLASS, {1, 1}, {static_cast<std::uint32_t>(subifds[1])}),
+                         Array::of<std::uint64_t>(zvUINT64_CLASS, {1, 2}, {subifds[1], subifds[0]})};
+  for (const Array& offset : forms) {
+    ASSERT_TRUE(call("setDirectory", {id, num(0)}).ok());
+    const auto r = call("setSubDirectory", {id, offset});
+    ASSERT_TRUE(r.ok()) << r.error_id();
+    EXPECT_EQ(width_of(tif), 2u);
+    EXPECT_EQ(length_of(), 2u);
+  }
+
+  ASSERT_TRUE(call("setDirectory", {id, num(0)}).ok());
+  ASSERT_TRUE(call("setSubDirectory", {id, Array::uint64(subifds[0])}).ok());
+  EXPECT_EQ(length_of(), 1u);
+
+  // From the SubIFD itself there is no list to follow.
+  EXPECT_EQ(call("setSubDirectory", {id, Array::uint64(subifds[1])}).error_id(), tiff_id("noSubDirectories"));
+
+  // A valid directory elsewhere in the file is not in the list: refused,
+  // and libtiff is not moved.
+  ASSERT_TRUE(call("setDirectory", {id, num(0)}).ok());
+  EXPECT_EQ(call("setSubDirectory", {id, Array::uint64(second_main)}).error_id(), tiff_id("noSuchSubDirectory"));
+  EXPECT_EQ(width_of(tif), 16u);
+  for (const Array& offset : {Array::uint64(subifds[1] + (1ull << 40)), Array::uint64(0), num(kNaN),
+                              str("x"), Array::cell({num(5)})})
+    EXPECT_EQ(call("setSubDirectory", {id, offset}).error_id(), tiff_id("noSuchSubDirectory"));
+  for (const Array& offset : {num(-1), num(kInf), num(-kInf), num(1e300), Array(), Array::cell({})})
+    EXPECT_EQ(call("setSubDirectory", {id, offset}).error_id(), validate_id("argumentOutOfBounds"));
+  EXPECT_EQ(width_of(tif), 16u);
+
+  // The second main directory has no SubIFD tag at all.
+  ASSERT_TRUE(call("setDirectory", {id, num(1)}).ok());
+  EXPECT_EQ(call("setSubDirectory", {id, Array::uint64(subifds[0])}).error_id(), tiff_id("noSubDirectories"));
+  EXPECT_TRUE(call("close", {id}).ok());
+}
+
+TEST(directories_test, a_listed_offset_that_libtiff_cannot_read) {
+  ScratchDir dir;
+  const std::string path = dir.path("broken.tif");
+  write_file_with_subifds(path, 1);
+  // The list now points past the end of the file.
+  const std::uint32_t beyond = static_cast<std::uint32_t>(file_bytes(path).size() + 1000);
+  patch_first_subifd(path, beyond);
+
+  const Array id = open_file(path);
+  const auto r = call("setSubDirectory", {id, num(beyond)});
+  EXPECT_EQ(r.error_id(), tiff_id("unableToChangeSubdir"));
+  EXPECT_EQ(boost::get<std::int64_t>(r.error->arguments.at(0)), std::int64_t{beyond});
+  EXPECT_TRUE(r.warnings.empty());  // libtiff's complaint stays unreported on failure
+  EXPECT_TRUE(call("close", {id}).ok());
+}
+
+TEST(directories_test, writing_and_rewriting_directories) {
+  ScratchDir dir;
+  const std::string path = dir.path("new.tif");
+  const Array id = open_file(path, "w");
+  TIFF* tif = handle_of(id);
+  for (std::uint32_t width : {5u, 7u}) {
+    set_basic_tags(tif, width, 2);
+    write_chunks(tif, [](std::uint32_t, std::size_t) { return std::uint8_t{9}; });
+    const auto r = call("writeDirectory", {id});
+    ASSERT_TRUE(r.ok()) << r.error_id();
+    EXPECT_TRUE(r.outputs.empty() || !r.outputs[0]);
+  }
+  EXPECT_TRUE(call("close", {id}).ok());
+  {
+    TiffHandle check(path, "r");
+    EXPECT_EQ(TIFFNumberOfDirectories(check), 2);
+    EXPECT_EQ(width_of(check), 5u);
+  }
+
+  // Rewriting keeps the directory count and carries the change.
+  const Array update = open_file(path, "r+");
+  ASSERT_TRUE(TIFFSetField(handle_of(update), TIFFTAG_IMAGEDESCRIPTION, "rewritten"));
+  ASSERT_TRUE(call("rewriteDirectory", {update}).ok());
+  EXPECT_TRUE(call("close", {update}).ok());
+  {
+    TiffHandle check(path, "r");
+    EXPECT_EQ(TIFFNumberOfDirectories(check), 2);
+    const char* description = nullptr;
+    ASSERT_TRUE(TIFFGetField(check, TIFFTAG_IMAGEDESCRIPTION, &description));
+    EXPECT_STREQ(description, "rewritten");
+  }
+
+  // When the writes themselves fail; the kinds are crossed against their
+  // wording: write -> unableToWriteCurrentDir, rewrite -> unableToWriteDir.
+  const Array doomed = open_file(dir.path("doomed.tif"), "w");
+  set_basic_tags(handle_of(doomed), 4, 2);
+  make_writes_fail(handle_of(doomed), dir.path("doomed.tif"));
+  EXPECT_EQ(call("writeDirectory", {doomed}).error_id(), tiff_id("unableToWriteCurrentDir"));
+  EXPECT_TRUE(call("close", {doomed}).ok());
+
+  const Array stuck = open_file(path, "r+");
+  ASSERT_TRUE(TIFFSetField(handle_of(stuck), TIFFTAG_IMAGEDESCRIPTION, "lost"));
+  make_writes_fail(handle_of(stuck), path);
+  EXPECT_EQ(call("rewriteDirectory", {stuck}).error_id(), tiff_id("unableToWriteDir"));
+  EXPECT_TRUE(call("close", {stuck}).ok());
 }
 
 }  // namespace

@@ -1,14 +1,27 @@
 // The gateway entry: command lookup, operand limits, the command word
 // itself, getVersion, the out-of-range translation, and libtiff's own
-// messages surfaced as warnings.
+// messages surfaced as warnings. The error kinds: the list of kinds against
+// the catalogue, both against the kinds the module is required to have, and
+// how a kind is rendered, raised and carried. The embedded host: unloading
+// (the at-exit closer runs through it), calls that fail, output slots, and
+// the array type with its cells and structures.
 
+#include "gateway/catalogue.h"
+#include "gateway/errors.h"
 #include "support/foundation.h"
 #include "support/tiff_files.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <fstream>
+#include <iterator>  // std::size
 #include <limits>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -18,6 +31,7 @@ using namespace tiffgate::testing;
 using tiffgate::embedded::Array;
 using tiffgate::embedded::call;
 using tiffgate::embedded::call_inputs;
+using tiffgate::embedded::unload;
 
 struct Limits {
   const char* name;
@@ -152,6 +166,319 @@ TEST(gateway_test, libtiff_messages_become_warnings_after_a_successful_call_only
     // What libtiff said meanwhile does not surface after the next call either.
     EXPECT_TRUE(call("getVersion").warnings.empty());
   }
+}
+
+std::uint32_t width_in(const std::string& path) {
+  TiffHandle check(path, "r");
+  std::uint32_t width = 0;
+  TIFFGetField(check, TIFFTAG_IMAGEWIDTH, &width);
+  return width;
+}
+
+TEST(embedded_host_test, unload_closes_files_left_open_in_handle_order) {
+  ScratchDir dir;
+  const std::string paths[] = {dir.path("first.tif"), dir.path("second.tif")};
+  std::vector<std::pair<std::uint64_t, std::string>> left_open;
+  std::vector<Array> ids;
+  for (std::size_t i = 0; i < 2; ++i) {
+    ids.push_back(open_file(paths[i], "w"));
+    // Tags and data but no directory yet: only TIFFClose writes it out.
+    set_basic_tags(handle_of(ids.back()), static_cast<std::uint32_t>(11 + i), 2);
+    write_chunks(handle_of(ids.back()), [](std::uint32_t, std::size_t) { return std::uint8_t{3}; });
+    left_open.emplace_back(ids.back().at<std::uint64_t>(0), paths[i]);
+  }
+  // A file closed before unload is not mentioned.
+  write_multi_directory_file(dir.path("closed.tif"), 1);
+  EXPECT_TRUE(call("close", {open_file(dir.path("closed.tif"))}).ok());
+
+  std::sort(left_open.begin(), left_open.end());
+  const auto warnings = unload();
+  ASSERT_EQ(warnings.size(), 2u);
+  for (std::size_t i = 0; i < 2; ++i) {
+    EXPECT_EQ(warnings[i].identifier, tiff_id("closingFileHandle"));
+    EXPECT_NE(warnings[i].message.find(left_open[i].second), std::string::npos) << warnings[i].message;
+  }
+  // Each warning was followed by its close: the directories are on disk.
+  EXPECT_EQ(width_in(paths[0]), 11u);
+  EXPECT_EQ(width_in(paths[1]), 12u);
+
+  // The closed handles are no longer registered, and a second unload has
+  // nothing left to do.
+  EXPECT_TRUE(unload().empty());
+  for (const Array& id : ids) EXPECT_EQ(call("currentDirectory", {id}).error_id(), tiff_id("invalidFileId"));
+
+  // Every call registers the closer again, so the next unload sees new files.
+  const Array again = open_file(dir.path("closed.tif"));
+  const auto later = unload();
+  ASSERT_EQ(later.size(), 1u);
+  EXPECT_NE(later[0].message.find("closed.tif"), std::string::npos);
+  EXPECT_EQ(call("close", {again}).error_id(), "");  // already closed: silent
+}
+
+TEST(embedded_host_test, a_failed_call_leaves_the_host_ready) {
+  // Arrays made through the host as a handler makes them belong to the
+  // call in progress; a failing call frees them (the leak checker of the
+  // sanitizer build holds this test to it).
+  for (int i = 0; i < 3; ++i) {
+    zvCreateDoubleMatrix(100, 100);
+    zvCreateString("orphan");
+    const auto failed = call("open", {num(1), str("r")});
+    EXPECT_EQ(failed.error_id(), tiff_id("argumentWasNotChar"));
+    EXPECT_TRUE(failed.outputs.empty());
+    EXPECT_TRUE(failed.warnings.empty());
+    EXPECT_THROW(failed.out(), std::logic_error);
+
+    const auto ok = call("getVersion", {}, 3);
+    ASSERT_TRUE(ok.ok());
+    EXPECT_EQ(ok.error_id(), "");
+    ASSERT_EQ(ok.outputs.size(), 3u);  // one per slot asked for
+    EXPECT_EQ(ok.out(0).utf8(), TIFFGetVersion());
+    EXPECT_FALSE(ok.outputs[1].has_value());
+    EXPECT_THROW(ok.out(2), std::logic_error);
+  }
+}
+
+TEST(embedded_host_test, cells_and_structures) {
+  const std::size_t dims[] = {1, 3};
+  zvArray* cell = zvCreateCellArray(2, dims);
+  zvSetCell(cell, 0, zvCreateString("name"));
+  zvSetCell(cell, 2, zvCreateDoubleScalar(2.5));
+  EXPECT_THROW(zvSetCell(cell, 3, zvCreateDoubleScalar(0)), std::out_of_range);
+  ASSERT_EQ(cell->cells().size(), 3u);
+  EXPECT_EQ(cell->cells()[0].utf8(), "name");
+  EXPECT_TRUE(cell->cells()[1].empty());
+  EXPECT_EQ(cell->cells()[2].number(), 2.5);
+
+  const char* names[] = {"Width", "Notes"};
+  zvArray* s = zvCreateStructMatrix(1, 2, 2, names);
+  zvSetField(s, 1, "Notes", cell);
+  zvSetField(s, 0, "Width", zvCreateDoubleScalar(640));
+  EXPECT_THROW(zvSetField(s, 0, "Height", zvCreateDoubleScalar(0)), std::out_of_range);
+  EXPECT_THROW(zvSetField(s, 2, "Width", zvCreateDoubleScalar(0)), std::out_of_range);
+  EXPECT_EQ(zvGetClassID(s), zvSTRUCT_CLASS);
+  EXPECT_EQ(s->field_names(), (std::vector<std::string>{"Width", "Notes"}));
+  EXPECT_EQ(s->field("Width", 0)->number(), 640);
+  EXPECT_TRUE(s->field("Width", 1)->empty());
+  EXPECT_EQ(s->field("Notes", 1)->cells()[0].utf8(), "name");
+  EXPECT_EQ(s->field("Height"), nullptr);
+
+  // Copies are deep: changing one leaves the other as it was.
+  Array copy = *s;
+  copy.field("Notes", 1)->cells()[0] = Array::text("changed");
+  EXPECT_EQ(s->field("Notes", 1)->cells()[0].utf8(), "name");
+
+  const Array built = Array::structure({{"A", Array::cell({Array::scalar(1), Array::text("x")})}});
+  EXPECT_EQ(built.field("A")->cells()[1].utf8(), "x");
+  EXPECT_EQ(built.dims(), (Array::Dims{1, 1}));
+}
+
+TEST(embedded_host_test, arrays_text_and_shapes) {
+  // Trailing singleton dimensions beyond the second go; two always remain.
+  EXPECT_EQ(Array(zvUINT8_CLASS, {2, 3, 1, 1}).dims(), (Array::Dims{2, 3}));
+  EXPECT_EQ(Array(zvUINT8_CLASS, {2, 1, 4}).numel(), 8u);
+  EXPECT_EQ(Array(zvUINT8_CLASS, {5}).dims(), (Array::Dims{5, 1}));
+  EXPECT_EQ(Array().dims(), (Array::Dims{0, 0}));
+  EXPECT_THROW(Array(zvDOUBLE_CLASS, {SIZE_MAX / 2, 4}), std::bad_alloc);
+
+  const Array m = Array::matrix({{1, 2, 3}, {4, 5, 6}});
+  EXPECT_EQ(m.dims(), (Array::Dims{2, 3}));
+  EXPECT_EQ(m.at<double>(1), 4);  // column-major
+  EXPECT_EQ(zvGetScalar(&m), 1);
+  const Array empty;
+  EXPECT_EQ(zvGetScalar(&empty), 0);
+  EXPECT_TRUE(zvIsEmpty(&empty));
+
+  // Text is held as UTF-16 and handed out as UTF-8 copies.
+  const Array text = Array::text(u"a\u00E9\U0001F600");
+  EXPECT_EQ(text.numel(), 4u);  // the emoji is a surrogate pair
+  char* narrow = zvArrayToString(&text);
+  ASSERT_NE(narrow, nullptr);
+  EXPECT_STREQ(narrow, "a\xC3\xA9\xF0\x9F\x98\x80");
+  zvFree(narrow);
+  EXPECT_EQ(zvArrayToString(&m), nullptr);
+  EXPECT_EQ(zvGetLogicals(&m), nullptr);
+  const std::size_t two[] = {1, 2};
+  const zvArray* made = zvCreateCharArray(2, two, u"hi");
+  EXPECT_EQ(made->utf8(), "hi");
+  EXPECT_STREQ(zvGetClassName(made), "char");
+  EXPECT_EQ(zvGetElementSize(made), 2u);
+}
+
+}  // namespace
+
+namespace {
+
+using namespace tiffgate;
+using tiffgate::testing::tiff_id;
+
+// The 117 kinds the host knows, in catalogue order, each with its argument
+// types (T text, I int), written down from the catalogue the module must
+// provide; spellings as the host matches them ("tileWritefailure" included).
+constexpr const char* kRequiredKinds = R"(
+validate:wrongNumberOfInputs() validate:argumentOutOfBounds() Tiff:InvalidOperation(T)
+Tiff:tagValueNotDoublePrecisionScalar(T) Tiff:tagValueNotDoublePrecisionArray(T) Tiff:bad2DtagValue(TI)
+Tiff:argumentWasNotChar(T) Tiff:unableToOpenFile(T) Tiff:closingFileHandle(T) Tiff:badFileId()
+Tiff:invalidFileId() Tiff:unableToChangeDir(I) Tiff:unableToReadDir() Tiff:unableToWriteDir()
+Tiff:unableToWriteCurrentDir() Tiff:noSubDirectories() Tiff:noSuchSubDirectory() Tiff:unableToChangeSubdir(I)
+Tiff:unrecognizedTagNumber(I) Tiff:unsupportedTag(TI) Tiff:unhandledTagId(I) Tiff:unableToReadTag(I)
+Tiff:tagRetrievalFailed(T) Tiff:badMultipleTagValueRetrieved(ITI) Tiff:wrongSizedTagRetrieval(ITI)
+Tiff:badPlanarConfiguration(I) Tiff:badTransferFunctionSppCombination(I) Tiff:cannotWriteInReadMode()
+Tiff:unableToWriteTag(T) Tiff:tagRetrievalBeforeWriteFailed(TT) Tiff:badTagValueCount(TI) Tiff:lengthTooShort(TI)
+Tiff:zeroLengthDimension(T) Tiff:badTileDimension(T) Tiff:dateTimeTooLong() Tiff:badXmlPacketTagType()
+Tiff:badUninterpretedTagType(T) Tiff:badTagUsedWithPhotometric(TT) Tiff:doNotSetForLogLuv(T) Tiff:badValue()
+Tiff:fmtAlreadySet() Tiff:invalidSGILogDataFmtValue(I) Tiff:badCompressionForSgiLogDataFmt()
+Tiff:invalidNumberOfInksValue(III) Tiff:badNumberOfInkNames(I) Tiff:notCellString(T)
+Tiff:photometricInterpretationNotSeparated(T) Tiff:badSamplesPerPixelBitsPerSampleCombination()
+Tiff:badSampleFormatfor1Bps() Tiff:sampleFormatValueNotSupported() Tiff:badBitsPerSampleValue()
+Tiff:badPhotometricLabPaletteBitsPerSampleCombination() Tiff:badBitsPerSampleCompressionCombination()
+Tiff:unsupportedCompressionScheme(I) Tiff:ccittNotSupportedForCreating() Tiff:badThresholdingValue(I)
+Tiff:badPlanarConfigurationValue(I) Tiff:badPhotometricPlanarConfigurationCombination()
+Tiff:badTransferFunctionSize(IIII) Tiff:badSMinMaxValueForBiLevelImage(T)
+Tiff:badSampleFormatBitsPerSampleCombination(II) Tiff:badColorMap(II) Tiff:colorMapValuesNotNormalized()
+Tiff:illegalPlanarConfiguration(I) Tiff:imageDimensionsNotSet() Tiff:tileDimensionsNotSet()
+Tiff:badPlanarConfigurationSamplesPerPixelCombination() Tiff:badContigImageOneSpp()
+Tiff:badContigImageMultipleSpp() Tiff:badPlanarImage() Tiff:badSampleFormat() Tiff:badDatatypeForSampleFormat(TT)
+Tiff:unsupportedBitsPerSample(I) Tiff:imageDatatypeNot8bit(T) Tiff:imageDatatypeNot16bit(T)
+Tiff:imageDatatypeNot32bit(T) Tiff:imageDatatypeNotDouble(T) Tiff:imageDatatypeNotLogical(T)
+Tiff:wrongNumberOfInputImages() Tiff:badRgbSamplesPerPixelConfiguration() Tiff:badPaletteWriteConfiguration()
+Tiff:colorMapShouldbeSet() Tiff:badDatatypeForPaletteImage(II) Tiff:badYCbCrDimensions(IIIIIIII)
+Tiff:unsupportedYCbCrConfiguration() Tiff:eightBitSgiFormatNotAllowedWhenWriting() Tiff:luvCodecNotSet()
+Tiff:badExtraSamples(TI) Tiff:improperUsageOfExtraSamples(I) Tiff:jpegBitsPerSampleMustBeEight()
+Tiff:jpegCompressionRequiresThreeSamplesPerPixel() Tiff:strippedJpegCompressionRequires16()
+Tiff:tiledJpegCompressionRequires16() Tiff:strippedOperationOnTiledImage() Tiff:tiledOperationOnStrippedImage()
+Tiff:sampleParameterRequired() Tiff:sampleParameterNotAllowedInChunkyCase() Tiff:badStripNumber(I)
+Tiff:badTileNumber(I) Tiff:stripNumberTooLarge(I) Tiff:tileNumberTooLarge(I) Tiff:tooManyBytes(III)
+Tiff:imageDepthStrippedLayoutMismatch(I) Tiff:readWithJpegColorModeRGB() Tiff:imageReadErrorRGBA()
+Tiff:stripReadErrorRGBA(I) Tiff:tileReadErrorRGBA(II) Tiff:stripWriteFailure(I) Tiff:tileWritefailure(I)
+Tiff:dataWidthExceedsImageWidth(II) Tiff:dataLengthExceedsRowsPerStrip(II) Tiff:dataWidthExceedsTileWidth(II)
+Tiff:dataLengthExceedsTileLength(II) Tiff:unhandledBitsPerSample(I) Tiff:unknownSampleFormat(I)
+Tiff:complexSampleFormat() Tiff:sampleFormatMustBeIeeeFpFor64Bits()
+)";
+
+// Every kind as kinds.def declares it: its class's identifier, argument
+// types and position.
+struct DeclaredKind {
+  std::string identifier;
+  std::string arguments;  // "Text, Int" as declared
+  std::size_t count;
+  std::size_t index;
+};
+const DeclaredKind kDeclared[] = {
+#define TG_KIND(ns, name, ...)                                                         \
+  {"Quarn:imagesci:" #ns ":" #name, #__VA_ARGS__, Quarn::imagesci::ns::name::kArgumentCount, \
+   Quarn::imagesci::ns::name::kIndex},
+#include "gateway/kinds.def"
+#undef TG_KIND
+};
+
+// "Text, Int" -> "TI".
+std::string signature(const std::string& declared) {
+  std::string out;
+  std::istringstream words(declared);
+  for (std::string w; words >> w;) out += w.rfind("Text", 0) == 0 ? 'T' : 'I';
+  return out;
+}
+
+TEST(errors_test, kinds_and_catalogue_match_one_to_one) {
+  ASSERT_EQ(std::size(kDeclared), 117u);
+  ASSERT_EQ(kKindCount, 117u);
+
+  std::vector<std::string> required;
+  std::istringstream list(kRequiredKinds);
+  for (std::string k; list >> k;) required.push_back("Quarn:imagesci:" + k);
+  ASSERT_EQ(required.size(), 117u);
+
+  std::set<std::string> seen;
+  for (std::size_t i = 0; i < kKindCount; ++i) {
+    const DeclaredKind& k = kDeclared[i];
+    SCOPED_TRACE(k.identifier);
+    EXPECT_EQ(k.index, i);
+    EXPECT_EQ(k.count, detail::kArgumentCounts[i]);
+    EXPECT_STREQ(kCatalogue[i].identifier, k.identifier.c_str());
+    EXPECT_EQ(k.identifier + "(" + signature(k.arguments) + ")", required[i]);
+    EXPECT_TRUE(seen.insert(k.identifier).second) << "declared twice";
+
+    // The text's placeholders are exactly {1} .. {count}.
+    const std::string text = kCatalogue[i].text;
+    std::set<std::size_t> placeholders;
+    for (std::size_t p = text.find('{'); p != std::string::npos; p = text.find('{', p + 1)) {
+      ASSERT_LT(p + 2, text.size());
+      ASSERT_EQ(text[p + 2], '}');
+      placeholders.insert(static_cast<std::size_t>(text[p + 1] - '0'));
+    }
+    std::set<std::size_t> expected;
+    for (std::size_t a = 1; a <= k.count; ++a) expected.insert(a);
+    EXPECT_EQ(placeholders, expected) << text;
+  }
+}
+
+TEST(errors_test, every_argument_is_rendered_once_in_its_place) {
+  for (std::size_t i = 0; i < kKindCount; ++i) {
+    std::vector<Quarn::MsgArg> args;
+    for (std::size_t a = 0; a < detail::kArgumentCounts[i]; ++a)
+      args.emplace_back(std::string("<arg") + char('1' + a) + ">");
+    const std::string message = Quarn::BaseMsgID(i, args).message();
+    SCOPED_TRACE(kCatalogue[i].identifier);
+    EXPECT_EQ(message.find('{'), std::string::npos) << message;
+    for (std::size_t a = 0; a < args.size(); ++a) {
+      const std::string marker = boost::get<std::string>(args[a]);
+      const std::size_t at = message.find(marker);
+      ASSERT_NE(at, std::string::npos) << message;
+      EXPECT_EQ(message.find(marker, at + 1), std::string::npos) << message;
+    }
+  }
+  // Integers are shown in full, signed 64-bit.
+  EXPECT_NE(Tiff::unableToChangeSubdir(INT64_MIN).message().find("-9223372036854775808"), std::string::npos);
+  EXPECT_EQ(Tiff::badYCbCrDimensions(1, 2, 3, 4, 5, 6, 7, 8).arguments().size(), 8u);
+}
+
+// These texts put their arguments in the wrong places: "The ColorMap must be 256x8".
+TEST(errors_test, texts_take_their_arguments_in_the_order_given) {
+  EXPECT_EQ(Tiff::badColorMap(256, 8).message(), "The ColorMap must be a 256x3 double array for BitsPerSample 8.");
+  EXPECT_EQ(Tiff::badTransferFunctionSize(8, 3, 256, 3).message(),
+            "The TransferFunction must be 256x3 for BitsPerSample 8 and SamplesPerPixel 3.");
+  EXPECT_EQ(Tiff::imageDepthStrippedLayoutMismatch(2).message(), "ImageDepth 2 does not fit a stripped layout.");
+}
+
+TEST(errors_test, narrow_and_utf16_text_render_the_same) {
+  const Tiff::unableToOpenFile narrow(std::string("gr\xC3\xBCn \xF0\x9F\x98\x80.tif"));
+  const Tiff::unableToOpenFile wide(std::u16string(u"gr\u00FCn \U0001F600.tif"));
+  EXPECT_EQ(narrow.message(), wide.message());
+  EXPECT_EQ(narrow.unicode_message(), wide.unicode_message());
+  EXPECT_NE(wide.unicode_message().find(u"gr\u00FCn \U0001F600.tif"), std::u16string::npos);
+  // The argument keeps the form it was given in.
+  EXPECT_EQ(boost::get<std::u16string>(wide.arguments()[0]), u"gr\u00FCn \U0001F600.tif");
+  EXPECT_EQ(boost::get<std::string>(Tiff::argumentWasNotChar("file").arguments()[0]), "file");
+  // A null text is an empty argument, not a crash.
+  EXPECT_EQ(boost::get<std::string>(Tiff::closingFileHandle(static_cast<const char*>(nullptr)).arguments()[0]), "");
+  EXPECT_EQ(boost::get<std::string>(photometric_text().value), "PhotometricInterpretation");
+  EXPECT_EQ(boost::get<std::string>(samples_per_pixel_text().value), "SamplesPerPixel");
+}
+
+TEST(errors_test, raise_throws_the_carrier_even_when_the_host_returns) {
+  // The embedded host's error routine returns, so the throw is the module's.
+  bool after_raise = false;
+  try {
+    raise(Tiff::unableToChangeDir(7));
+    after_raise = true;
+  } catch (const Quarn::Exception<Tiff::unableToChangeDir>& e) {
+    EXPECT_STREQ(e.GetID(), "Quarn:imagesci:Tiff:unableToChangeDir");
+    EXPECT_EQ(std::string(e.what()), e.kind().message());
+    EXPECT_EQ(e.GetUnicodeMessageTxt(), e.kind().unicode_message());
+    EXPECT_EQ(boost::get<std::int64_t>(e.GetBaseMsgIDObj().arguments().at(0)), 7);
+
+    // A clone is a copy of the same kind; rethrow throws the same type.
+    const std::unique_ptr<Quarn::IMsgIDException> copy = e.clone();
+    EXPECT_STREQ(copy->GetID(), e.GetID());
+    EXPECT_THROW(copy->rethrow(), Quarn::Exception<Tiff::unableToChangeDir>);
+    EXPECT_THROW(e.rethrow(), std::exception);
+  }
+  EXPECT_FALSE(after_raise);
+
+  const tiffgate::testing::Raised r = tiffgate::testing::raised([] { raise(validate::argumentOutOfBounds()); });
+  EXPECT_EQ(r.id, "Quarn:imagesci:validate:argumentOutOfBounds");
+  EXPECT_TRUE(r.arguments.empty());
+  EXPECT_EQ(tiffgate::testing::raised([] { raise(Tiff::badFileId()); }).id, tiff_id("badFileId"));
 }
 
 }  // namespace

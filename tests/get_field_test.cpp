@@ -1,15 +1,24 @@
-// "getField" against files written with libtiff directly: every retrieval
-// form, the defaults of absent tags, and every error of the command.
+// "getField" and "retrieveMetadata" against files written with libtiff
+// directly: every retrieval form, the defaults of absent tags, and every
+// error of the commands; the layout record beneath "retrieveMetadata", also
+// on corpus files whose layout the manifest records; the tag name table.
 
 #include "files/files.h"
 #include "gateway/text.h"
+#include "imagedata/layout.h"
+#include "support/calls.h"
 #include "support/tag_files.h"
 #include "support/tiff_files.h"
+#include "support/write_files.h"
+#include "tags/tag_names.h"
 #include "tags/tag_read.h"
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>  // O_RDONLY
+
 #include <cmath>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -75,7 +84,7 @@ void write_forms_file(const std::string& path) {
 TEST(get_field, every_form_reads_what_libtiff_wrote) {
   ScratchDir dir;
   write_forms_file(dir.path("forms.tif"));
-  const Array id = open_file(dir.path("forms.tif"));
+  const ModuleFile id(dir.path("forms.tif"), "r");
   for (std::uint32_t tag : kTextTags) {  // A
     const CallResult r = get(id, tag);
     ASSERT_TRUE(r.ok()) << tag;
@@ -117,7 +126,6 @@ TEST(get_field, every_form_reads_what_libtiff_wrote) {
   TiffHandle in(dir.path("forms.tif"), "r");
   const double first = static_cast<double>(TIFFGetStrileOffset(in, 0));
   expect_value(get(id, 273), zvUINT64_CLASS, {1, 2}, {first, first + 64});
-  call("close", {id});
 }
 
 TEST(get_field, absent_tags_default_or_fail_with_the_table_name) {
@@ -130,7 +138,7 @@ TEST(get_field, absent_tags_default_or_fail_with_the_table_name) {
     TIFFSetField(out, TIFFTAG_COMPRESSION, COMPRESSION_PACKBITS);
     write_chunks(out, [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
   }
-  const Array id = open_file(dir.path("bare.tif"));
+  const ModuleFile id(dir.path("bare.tif"), "r");
   for (const auto& [tag, value] : {std::pair{258, 1.0}, {274, 1.0}, {277, 1.0}, {280, 0.0}, {281, 1.0}, {296, 2.0},
                                    {334, 4.0}, {339, 1.0}, {254, 0.0}, {278, 4294967295.0}, {32997, 1.0}, {284, 1.0}}) {
     SCOPED_TRACE(tag);
@@ -143,7 +151,6 @@ TEST(get_field, absent_tags_default_or_fail_with_the_table_name) {
         {333, "InkNames"}, {301, "TransferFunction"}, {318, "WhitePoint"}, {330, "SubIFD"}, {340, "SMinSampleValue"},
         {282, "XResolution"}, {65537, "JPEGQuality"}})
     EXPECT_EQ(outcome(get(id, tag)), std::string("tagRetrievalFailed('") + name + "')");
-  call("close", {id});
 }
 
 TEST(get_field, curves_inks_planes_tiles_and_sub_directories) {
@@ -159,67 +166,62 @@ TEST(get_field, curves_inks_planes_tiles_and_sub_directories) {
     TIFFSetField(tif, TIFFTAG_COLORMAP, r.data(), g.data(), b.data());
     TIFFSetField(tif, TIFFTAG_TRANSFERFUNCTION, r.data());
   });
-  Array id = open_file(dir.path("palette.tif"));
-  const CallResult map = get(id, 320);  // scaled to 0..1
+  const ModuleFile palette(dir.path("palette.tif"), "r");
+  const CallResult map = get(palette, 320);  // scaled to 0..1
   ASSERT_EQ(map.out().dims(), (Dims{256, 3}));
   EXPECT_EQ(Values({map.out().number(0), map.out().number(255), map.out().number(512 + 1)}), Values({0, 1, 1}));
   EXPECT_DOUBLE_EQ(map.out().number(256 + 1), (65535 - 257) / 65535.0);
-  const CallResult curve = get(id, 301);  // one sample: one raw curve
+  const CallResult curve = get(palette, 301);  // one sample: one raw curve
   ASSERT_EQ(curve.out().dims(), (Dims{1, 256}));
   EXPECT_EQ(Values({curve.out().number(1), curve.out().number(255)}), Values({257, 65535}));
-  call("close", {id});
 
   write_tiff(dir.path("planes.tif"), [&](TIFF* tif) {
     TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_SEPARATE);
     TIFFSetField(tif, TIFFTAG_TRANSFERFUNCTION, r.data(), g.data(), b.data());
   }, 8, 4, 8, 3, 2);
-  id = open_file(dir.path("planes.tif"));
-  const CallResult curves = get(id, 301);
+  const ModuleFile planes(dir.path("planes.tif"), "r");
+  const CallResult curves = get(planes, 301);
   ASSERT_EQ(curves.out().dims(), (Dims{256, 3}));
   EXPECT_EQ(Values({curves.out().number(1), curves.out().number(257), curves.out().number(513)}),
             Values({257, 65535 - 257, 65535}));
-  expect_scalar(get(id, 284), 2);
+  expect_scalar(get(planes, 284), 2);
   // libtiff holds 6 strips, 2 per plane; the row is three times as long and
   // only the strips libtiff holds are filled.
   Values counts(18, 0.0);
   std::fill(counts.begin(), counts.begin() + 6, 16.0);
-  expect_value(get(id, 279), zvUINT64_CLASS, {1, 18}, counts);
-  EXPECT_EQ(outcome(get(id, 324)), "tiledOperationOnStrippedImage()");
-  call("close", {id});
+  expect_value(get(planes, 279), zvUINT64_CLASS, {1, 18}, counts);
+  EXPECT_EQ(outcome(get(planes, 324)), "tiledOperationOnStrippedImage()");
 
   write_tiff(dir.path("inks.tif"), [](TIFF* tif) {
     TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_SEPARATED);
     TIFFSetField(tif, TIFFTAG_INKSET, INKSET_MULTIINK);
     TIFFSetField(tif, TIFFTAG_INKNAMES, 18, "spot one\0spot two");
   }, 4, 2, 8, 2);
-  id = open_file(dir.path("inks.tif"));
-  const CallResult inks = get(id, 333);
-  ASSERT_EQ(inks.out().class_id(), zvCELL_CLASS);
-  ASSERT_EQ(inks.out().dims(), (Dims{1, 2}));
-  EXPECT_EQ(inks.out().cells()[0].utf8() + "|" + inks.out().cells()[1].utf8(), "spot one|spot two");
-  expect_scalar(get(id, 334), 2);
-  EXPECT_EQ(outcome(get(id, 301)), "badTransferFunctionSppCombination(2)");
-  call("close", {id});
+  const ModuleFile inks(dir.path("inks.tif"), "r");
+  const CallResult names = get(inks, 333);
+  ASSERT_EQ(names.out().class_id(), zvCELL_CLASS);
+  ASSERT_EQ(names.out().dims(), (Dims{1, 2}));
+  EXPECT_EQ(names.out().cells()[0].utf8() + "|" + names.out().cells()[1].utf8(), "spot one|spot two");
+  expect_scalar(get(inks, 334), 2);
+  EXPECT_EQ(outcome(get(inks, 301)), "badTransferFunctionSppCombination(2)");
 
   write_tiff(dir.path("tiled.tif"), [](TIFF*) {}, 40, 20, 8, 1, 0, 16);
-  id = open_file(dir.path("tiled.tif"));
-  expect_scalar(get(id, 322), 16);
-  expect_scalar(get(id, 323), 16);
-  expect_value(get(id, 325), zvUINT64_CLASS, {1, 6}, Values(6, 256.0));
-  EXPECT_EQ(outcome(get(id, 273)), "strippedOperationOnTiledImage()");
-  call("close", {id});
+  const ModuleFile tiled(dir.path("tiled.tif"), "r");
+  expect_scalar(get(tiled, 322), 16);
+  expect_scalar(get(tiled, 323), 16);
+  expect_value(get(tiled, 325), zvUINT64_CLASS, {1, 6}, Values(6, 256.0));
+  EXPECT_EQ(outcome(get(tiled, 273)), "strippedOperationOnTiledImage()");
 
   const std::vector<std::uint64_t> sub = write_file_with_subifds(dir.path("sub.tif"), 2);
-  id = open_file(dir.path("sub.tif"));
-  expect_value(get(id, 330), zvUINT64_CLASS, {1, 2}, {double(sub[0]), double(sub[1])});
-  call("close", {id});
+  const ModuleFile subifds(dir.path("sub.tif"), "r");
+  expect_value(get(subifds, 330), zvUINT64_CLASS, {1, 2}, {double(sub[0]), double(sub[1])});
 }
 
 TEST(get_field, tile_arrays_of_a_file_being_written) {
   ScratchDir dir;
-  const Array id = open_file(dir.path("growing.tif"), "w");
+  const ModuleFile id(dir.path("growing.tif"), "w");
   // Set up through libtiff on the module's own handle, which the identifier holds.
-  TIFF* tif = reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(id.at<std::uint64_t>(0)));
+  TIFF* tif = id.tif();
   set_basic_tags(tif, 40, 40, 8, 1, 0, 16);
   EXPECT_EQ(outcome(get(id, 324)), "tagRetrievalFailed('TileOffsets')");
   write_chunks(tif, [](std::uint32_t, std::size_t) { return std::uint8_t{1}; });
@@ -230,7 +232,6 @@ TEST(get_field, tile_arrays_of_a_file_being_written) {
   Values counts(15, 0.0);
   std::fill(counts.begin(), counts.begin() + 9, 256.0);
   expect_value(get(id, 325), zvUINT64_CLASS, {1, 15}, counts);
-  call("close", {id});
 }
 
 TEST(get_field, codec_tags_need_their_codec) {
@@ -244,21 +245,20 @@ TEST(get_field, codec_tags_need_their_codec) {
     TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX3);
     TIFFSetField(tif, TIFFTAG_GROUP3OPTIONS, GROUP3OPT_2DENCODING | GROUP3OPT_FILLBITS);
   }, 16, 2, 1);
-  Array id = open_file(path);
-  expect_scalar(get(id, 317), 2);
-  expect_scalar(get(id, 65557), 4294967295.0);  // the codec's default level, -1, read as uint32
-  EXPECT_EQ(outcome(get(id, 292)), "tagRetrievalFailed('Group3Options')");
-  call("close", {id});
-  id = open_file(dir.path("fax.tif"));
-  expect_scalar(get(id, 292), 5);
-  call("close", {id});
+  {
+    const ModuleFile deflate(path, "r");
+    expect_scalar(get(deflate, 317), 2);
+    expect_scalar(get(deflate, 65557), 4294967295.0);  // the codec's default level, -1, read as uint32
+    EXPECT_EQ(outcome(get(deflate, 292)), "tagRetrievalFailed('Group3Options')");
+  }
+  const ModuleFile fax(dir.path("fax.tif"), "r");
+  expect_scalar(get(fax, 292), 5);
   // The same Predictor in a file that claims no compression: libtiff keeps it
   // as an anonymous counted value, not to be read as one 16-bit number.
   patch_first_ifd_short(path, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
-  id = open_file(path);
-  EXPECT_EQ(outcome(get(id, 317)), "unableToReadTag(317)");
-  expect_scalar(get(id, 256), 8);
-  call("close", {id});
+  const ModuleFile patched(path, "r");
+  EXPECT_EQ(outcome(get(patched, 317)), "unableToReadTag(317)");
+  expect_scalar(get(patched, 256), 8);
 }
 
 TEST(get_field, geotiff_counts_are_checked) {
@@ -278,7 +278,7 @@ TEST(get_field, geotiff_counts_are_checked) {
     TIFFSetField(out, 33922, 0, kDoubles);
     write_chunks(out, [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
   }
-  const Array id = open_file(dir.path("geo.tif"));
+  const ModuleFile id(dir.path("geo.tif"), "r");
   EXPECT_EQ(outcome(get(id, 34735)), "badMultipleTagValueRetrieved(7, 'GeoKeyDirectoryTag', 4)");
   EXPECT_EQ(outcome(get(id, 33922)), "badMultipleTagValueRetrieved(7, 'ModelTiepointTag', 6)");
   // A wrong count is a warning, and the values still come back.
@@ -293,13 +293,12 @@ TEST(get_field, geotiff_counts_are_checked) {
   // libtiff keeps no empty value: zero tie points read as an absent tag.
   ASSERT_TRUE(call("setDirectory", {id, num(1)}).ok());
   EXPECT_EQ(outcome(get(id, 33922)), "tagRetrievalFailed('ModelTiepointTag')");
-  call("close", {id});
 }
 
 TEST(get_field, bad_operands_and_refused_tags) {
   ScratchDir dir;
   write_tiff(dir.path("plain.tif"), [](TIFF*) {});
-  const Array id = open_file(dir.path("plain.tif"));
+  const ModuleFile id(dir.path("plain.tif"), "r");
   EXPECT_EQ(outcome(call("getField", {num(0), num(256)})), "badFileId()");
   EXPECT_EQ(outcome(call("getField", {id})), "wrongNumberOfInputs()");
   // Tag numbers are truncated toward zero, refused at -1 and 2^32; NaN is 0.
@@ -320,10 +319,8 @@ TEST(get_field, bad_operands_and_refused_tags) {
   for (int tag : {255, 264, 265, 288, 289, 290, 291, 300, 343, 344, 345, 33300, 33306, 34665, 34853, 34908, 34911,
                   40965, 65538})
     EXPECT_EQ(outcome(get(id, tag)), "unhandledTagId(" + std::to_string(tag) + ")");
-  call("close", {id});
-  const Array fresh = open_file(dir.path("fresh.tif"), "w");  // nothing set yet
+  const ModuleFile fresh(dir.path("fresh.tif"), "w");  // nothing set yet
   EXPECT_EQ(outcome(get(fresh, 256)), "tagRetrievalFailed('ImageWidth')");
-  call("close", {fresh});
 }
 
 TEST(get_field, text_in_another_encoding_keeps_every_byte) {
@@ -333,10 +330,9 @@ TEST(get_field, text_in_another_encoding_keeps_every_byte) {
   write_tiff(dir.path("latin.tif"), [](TIFF* tif) {
     TIFFSetField(tif, TIFFTAG_IMAGEDESCRIPTION, "Photoshop\xA8 caf\xE9 \xC3\xA9 \xE2\x82");
   });
-  const Array id = open_file(dir.path("latin.tif"));
+  const ModuleFile id(dir.path("latin.tif"), "r");
   // Stray bytes as the characters of their codes; well-formed UTF-8 decoded.
   EXPECT_EQ(get(id, 270).out().utf16(), u"Photoshop\u00A8 caf\u00E9 \u00E9 \u00E2\u0082");
-  call("close", {id});
 }
 
 TEST(get_field, ink_names_are_walked_within_the_buffer) {
@@ -352,11 +348,186 @@ TEST(get_field, ink_names_are_walked_within_the_buffer) {
     TIFFSetField(tif, TIFFTAG_INKNAMES, 4, "a\0b");
   }, 4, 2, 8, 4);
   patch_first_ifd_short(dir.path("inks.tif"), TIFFTAG_NUMBEROFINKS, 4);
-  const Array id = open_file(dir.path("inks.tif"));
+  const ModuleFile id(dir.path("inks.tif"), "r");
   const CallResult inks = get(id, 333);
   ASSERT_EQ(inks.out().numel(), 2u);
   EXPECT_EQ(inks.out().cells()[1].utf8(), "b");
-  call("close", {id});
+}
+
+// --- retrieveMetadata ------------------------------------------------------------
+
+const std::vector<std::string> kFields = {
+    "BitsPerSample", "Compression", "ImageDepth", "ImageLength", "ImageWidth", "JPEGColorMode",
+    "PhotometricInterpretation", "PlanarConfiguration", "RowsPerStrip", "SampleFormat", "SamplesPerPixel",
+    "TileLength", "TileWidth", "YCbCrSubsampling", "isTiled", "numExtraSamples"};
+
+CallResult metadata_of(const std::string& path, const char* mode = "r") {
+  return call_on_file(path, "retrieveMetadata", {}, mode);
+}
+
+/// Every field as numbers, in field order; "YCbCrSubsampling" may hold 0 or 2.
+Values numbers_of(const Array& m) {
+  Values v;
+  for (const std::string& name : kFields) {
+    const Array* field = m.field(name);
+    const zvClassID cls = name == "isTiled" ? zvLOGICAL_CLASS : zvDOUBLE_CLASS;
+    EXPECT_TRUE(field && field->class_id() == cls) << name;
+    for (std::size_t i = 0; field && i < field->numel(); ++i) v.push_back(field->number(i));
+  }
+  return v;
+}
+
+TEST(retrieve_metadata, layouts_of_libtiff_written_and_corpus_files) {
+  ScratchDir dir;
+  write_tiff(dir.path("grey.tif"), [](TIFF*) {}, 8, 6, 8, 1, 4);
+  write_tiff(dir.path("tiled.tif"), [](TIFF* tif) { TIFFSetField(tif, TIFFTAG_PLANARCONFIG, 2); }, 40, 20, 16, 3, 0, 32);
+  write_tiff(dir.path("rgba.tif"), [](TIFF* tif) {  // RowsPerStrip 100 over 4 rows
+    const std::uint16_t extra[] = {EXTRASAMPLE_ASSOCALPHA};
+    TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, 1, extra);
+    TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_INT);
+    TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_LZW);
+  }, 4, 4, 8, 4, 100);
+  write_tiff(dir.path("ycbcr.tif"), [](TIFF* tif) {  // no subsampling tag
+    TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_YCBCR);
+    TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_LZW);
+  }, 4, 2, 8, 3);
+  {
+    TiffHandle out(dir.path("jpeg.tif"), "w");
+    set_basic_tags(out, 16, 16, 8, 3, 16);
+    TIFFSetField(out, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_YCBCR);
+    TIFFSetField(out, TIFFTAG_COMPRESSION, COMPRESSION_JPEG);
+    TIFFSetField(out, TIFFTAG_YCBCRSUBSAMPLING, 2, 1);
+    TIFFSetField(out, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);  // libjpeg converts the RGB we write
+    write_chunks(out, [](std::uint32_t, std::size_t i) { return static_cast<std::uint8_t>(i); });
+  }
+  int jpeg_mode = -1;  // what libtiff itself reports for the file just opened
+  TIFFGetField(TiffHandle(dir.path("jpeg.tif"), "r"), TIFFTAG_JPEGCOLORMODE, &jpeg_mode);
+
+  // bits comp depth length width jpeg photometric planar rows format spp tlength twidth [sub] tiled extra
+  const std::pair<std::string, Values> cases[] = {
+      {dir.path("grey.tif"), {8, 1, 1, 6, 8, 0, 1, 1, 4, 1, 1, 0, 0, 0, 0}},
+      {dir.path("tiled.tif"), {16, 1, 1, 20, 40, 0, 2, 2, 0, 1, 3, 32, 32, 1, 0}},
+      {dir.path("rgba.tif"), {8, 5, 1, 4, 4, 0, 2, 1, 4, 2, 4, 0, 0, 0, 1}},
+      {dir.path("ycbcr.tif"), {8, 5, 1, 2, 4, 0, 6, 1, 2, 1, 3, 0, 0, 2, 2, 0, 0}},
+      {dir.path("jpeg.tif"), {8, 7, 1, 16, 16, double(jpeg_mode), 6, 1, 16, 1, 3, 0, 0, 2, 1, 0, 0}},
+      // 1 x 1 LogLuv, 16-bit signed, SGILog, as the manifest records.
+      {corpus_dir() + "/libtiff-logluv-3c-16b.tiff", {16, 34676, 1, 1, 1, 0, 32845, 1, 1, 2, 3, 0, 0, 0, 0}}};
+  for (const auto& [path, expected] : cases) {
+    const CallResult r = metadata_of(path);
+    ASSERT_TRUE(r.ok()) << path << ": " << outcome(r);
+    EXPECT_EQ(r.out().field_names(), kFields);
+    EXPECT_EQ(numbers_of(r.out()), expected) << path;
+  }
+  const Array grey = metadata_of(dir.path("grey.tif")).out();
+  EXPECT_EQ(grey.field("YCbCrSubsampling")->dims(), (std::vector<std::size_t>{0, 0}));
+  EXPECT_EQ(metadata_of(dir.path("jpeg.tif")).out().field("YCbCrSubsampling")->dims(),
+            (std::vector<std::size_t>{1, 2}));
+}
+
+TEST(retrieve_metadata, failures_of_the_layout_and_the_identifier) {
+  ScratchDir dir;
+  write_tiff(dir.path("luv.tif"), [](TIFF* tif) { TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_LOGLUV); },
+             4, 2, 16, 3);  // LogLuv without the SGILog codec
+  write_tiff(dir.path("bare.tif"), [](TIFF* tif) { TIFFUnsetField(tif, TIFFTAG_PHOTOMETRIC); });
+  const std::string failed = "tagRetrievalFailed";
+  EXPECT_EQ(outcome(metadata_of(dir.path("luv.tif"))), failed + "('SgiLogDataFmt')");
+  EXPECT_EQ(outcome(metadata_of(dir.path("bare.tif"))), failed + "('PhotometricInterpretation')");
+  EXPECT_EQ(outcome(metadata_of(corpus_dir() + "/pillow-float32-no-photometric.tiff")),
+            failed + "('PhotometricInterpretation')");
+  EXPECT_EQ(outcome(metadata_of(dir.path("fresh.tif"), "w")), failed + "('ImageLength')");
+  EXPECT_EQ(outcome(call("retrieveMetadata", {num(0)})), "badFileId()");
+  EXPECT_EQ(outcome(call("retrieveMetadata", {Array::uint64(0x1234)})), "invalidFileId()");
+  EXPECT_EQ(outcome(call("retrieveMetadata", {})), "wrongNumberOfInputs()");
+}
+
+TEST(image_layout, chunks_clamping_codec_and_mode) {
+  ScratchDir dir;
+  write_tiff(dir.path("planes.tif"), [](TIFF* tif) { TIFFSetField(tif, TIFFTAG_PLANARCONFIG, 2); }, 10, 7, 8, 3, 3);
+  write_tiff(dir.path("tiles.tif"), [](TIFF*) {}, 10, 7, 8, 3, 0, 16);
+  write_tiff(dir.path("no-rows.tif"), [](TIFF* tif) {  // compressed: no virtual strips
+    TIFFUnsetField(tif, TIFFTAG_ROWSPERSTRIP);
+    TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_PACKBITS);
+  }, 5, 9);
+  const auto layout_of = [&](const std::string& name) { return readImageLayout(TiffHandle(dir.path(name), "r")); };
+  const ImageLayout planes = layout_of("planes.tif");
+  EXPECT_EQ(planes.samplesPerChunk, 1);
+  EXPECT_EQ(planes.rowsPerStrip, 3u);  // smaller than the image: kept
+  EXPECT_EQ(std::make_pair(planes.chunkWidth, planes.chunkLength), std::make_pair(10u, 3u));
+  EXPECT_EQ(planes.mode, O_RDONLY);
+  const ImageLayout tiles = layout_of("tiles.tif");
+  EXPECT_EQ(tiles.samplesPerChunk, 3);
+  EXPECT_EQ(tiles.rowsPerStrip, 0u);
+  EXPECT_EQ(std::make_pair(tiles.chunkWidth, tiles.chunkLength), std::make_pair(16u, 16u));
+  // No RowsPerStrip: libtiff's default, the largest 32-bit value, is clamped.
+  const ImageLayout rows = layout_of("no-rows.tif");
+  EXPECT_EQ(std::make_pair(rows.rowsPerStrip, rows.chunkLength), std::make_pair(9u, 9u));
+  EXPECT_EQ(rows.numExtraSamples, 0);
+  {
+    TiffHandle out(dir.path("writing.tif"), "w");
+    set_basic_tags(out, 4, 4);
+    EXPECT_NE(readImageLayout(out).mode, O_RDONLY);
+  }
+  TiffHandle luv(corpus_dir() + "/imagetiff-pics-off-luv32.tif", "r");
+  int format = 12345;
+  ASSERT_TRUE(TIFFGetField(luv, TIFFTAG_SGILOGDATAFMT, &format));
+  ImageLayout layout;
+  layout.sgiLogDataFmt = 12345;
+  readImageLayout(luv, layout);
+  EXPECT_EQ(layout.sgiLogDataFmt, format);
+}
+
+// --- the tag name table ----------------------------------------------------------
+
+// Against libtiff's own names for the same tags.
+TEST(tag_names, agree_with_libtiff_and_the_geotiff_names) {
+  const auto& table = TagNameTable();
+  EXPECT_EQ(table.size(), 102u);  // 103 pairs, 344 listed twice
+
+  // libtiff leaves most codec pseudo-tags unnamed and knows the GeoTIFF tags
+  // only from the module's extender (installed by the tests above).
+  const std::map<std::uint32_t, std::string> others = {
+      {33550, "ModelPixelScaleTag"}, {33922, "ModelTiepointTag"},   {34264, "ModelTransformationTag"},
+      {34735, "GeoKeyDirectoryTag"}, {34736, "GeoDoubleParamsTag"}, {34737, "GeoASCIIParamsTag"},
+      {65537, "JPEGQuality"},        {65538, "JPEGColorMode"},      {65557, "ZIPQuality"}};
+  // libtiff knows the codec tags once a codec that has them is chosen; the
+  // names it gives are the ones callers see, odd spellings included.
+  ScratchDir dir;
+  TiffHandle scratch(dir.path("names.tif"), "w");
+  std::map<std::uint32_t, std::string> libtiff_names;
+  for (int compression : {COMPRESSION_NONE, COMPRESSION_CCITTFAX3, COMPRESSION_CCITTFAX4, COMPRESSION_LZW,
+                          COMPRESSION_JPEG, COMPRESSION_ADOBE_DEFLATE, COMPRESSION_SGILOG}) {
+    ASSERT_TRUE(TIFFSetField(scratch, TIFFTAG_COMPRESSION, compression)) << compression;
+    for (const auto& [tag, name] : table)
+      if (const TIFFField* field = TIFFFindField(scratch, tag, TIFF_ANY);
+          field && *TIFFFieldName(field) && !others.count(tag))
+        libtiff_names.emplace(tag, TIFFFieldName(field));
+  }
+  for (const auto& [tag, name] : table) {
+    const auto known = libtiff_names.find(tag);
+    if (known != libtiff_names.end())
+      EXPECT_EQ(name, known->second) << tag;
+    else
+      EXPECT_EQ(name, others.at(tag)) << tag;
+  }
+  EXPECT_EQ(libtiff_names.size() + others.size(), table.size());
+  EXPECT_EQ(tagName(263), "Threshholding");
+  EXPECT_EQ(tagName(34675), "ICC Profile");
+  EXPECT_EQ(tagName(65560), "SGILogDataFmt");
+  EXPECT_EQ(tagName(344), "XClipPathUnits");
+}
+
+TEST(tag_names, unknown_numbers_are_refused_with_the_number) {
+  for (std::uint32_t tag : {0u, 260u, 326u, 342u, 65536u, 4294967295u}) {
+    try {
+      tagName(tag);
+      ADD_FAILURE() << tag << " has a name";
+    } catch (const Quarn::IMsgIDException& e) {
+      EXPECT_STREQ(e.GetID(), "Quarn:imagesci:Tiff:unrecognizedTagNumber");
+      ASSERT_EQ(e.GetBaseMsgIDObj().arguments().size(), 1u);
+      // Widened without sign extension: 4294967295 stays positive.
+      EXPECT_EQ(boost::get<std::int64_t>(e.GetBaseMsgIDObj().arguments()[0]), std::int64_t{tag});
+    }
+  }
 }
 
 }  // namespace

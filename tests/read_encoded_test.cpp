@@ -1,17 +1,21 @@
-// "readEncodedStrip" and "readEncodedTile" on files written with libtiff
-// directly, checked against the pattern written and against libtiff's own
-// decode of the same chunk.
+// The read commands on files written with libtiff directly:
+// "readEncodedStrip" and "readEncodedTile" against the pattern written and
+// libtiff's own decode of the same chunk, "readRGBAImage", "readRGBAStrip"
+// and "readRGBATile" against libtiff's TIFFReadRGBA* output, and
+// "computeStrip" and "computeTile" against answers worked out by hand.
 #include "gateway/libtiff_messages.h"
+#include "support/calls.h"
 #include "support/image_files.h"
 #include "support/raw_tiff.h"
 #include "support/tiff_files.h"
+#include "support/write_files.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <fstream>
-#include <limits>
 
 namespace tiffgate::testing {
 namespace {
@@ -82,7 +86,7 @@ TEST(read_encoded, every_layout_matches_the_pattern_and_libtiff) {
     const ImageSpec image_spec = spec_of(c);
     const std::string path = dir.path(std::string(c.name) + ".tif");
     write_image(path, image_spec);
-    const Array id = open_file(path);
+    const ModuleFile id(path, "r");
     TiffHandle ref(path, "r");
     const std::uint32_t count = chunk_count(ref);
     for (std::uint32_t i = 0; i < count; ++i) {
@@ -98,28 +102,7 @@ TEST(read_encoded, every_layout_matches_the_pattern_and_libtiff) {
         EXPECT_EQ(r.out().dims(), Array::Dims(c.last, std::find(c.last, c.last + 3, 0)));
       }
     }
-    call("close", {id});
   }
-}
-
-TEST(read_encoded, one_bit_rows_start_on_a_byte) {
-  // Row 0 of the 130-wide pattern has pixel 127 set and 126 and 128 clear;
-  // row 1 has 128 set and 127 and 129 clear. A row that did not start on a
-  // byte would shift them.
-  ScratchDir dir;
-  write_image(dir.path("bits.tif"), spec_of(kCases[10]));
-  const Array id = open_file(dir.path("bits.tif"));
-  const auto r = call("readEncodedStrip", {id, num(0)});
-  call("close", {id});
-  ASSERT_EQ(outcome(r), "ok");
-  ASSERT_EQ(r.out().dims(), (Array::Dims{2, 130}));
-  auto at = [&](std::size_t row, std::size_t column) { return r.out().at<bool>(row + 2 * column); };
-  EXPECT_FALSE(at(0, 126));
-  EXPECT_TRUE(at(0, 127));
-  EXPECT_FALSE(at(0, 128));
-  EXPECT_FALSE(at(1, 127));
-  EXPECT_TRUE(at(1, 128));
-  EXPECT_FALSE(at(1, 129));
 }
 
 /// A 32 x 20 single-sample file written with libtiff: 3 strips of 8 rows, or
@@ -135,10 +118,7 @@ std::string plain_file(const ScratchDir& dir, const std::string& name, std::uint
 }
 
 std::string read_once(const std::string& path, double chunk, const char* command = "readEncodedStrip") {
-  const Array id = open_file(path);
-  const std::string result = outcome(call(command, {id, num(chunk)}));
-  call("close", {id});
-  return result;
+  return outcome(call_on_file(path, command, {num(chunk)}));
 }
 
 TEST(read_encoded, error_kinds_and_their_arguments) {
@@ -173,27 +153,25 @@ TEST(read_encoded, error_kinds_and_their_arguments) {
   write_image(dir.path("ycc-planes.tif"), ycc);
   EXPECT_EQ(read_once(dir.path("ycc-planes.tif"), 0), "unsupportedYCbCrConfiguration()");
   // A fourth YCbCr sample: libtiff opens no such file, so the directory is one being written.
-  const Array ycc4 = open_file(dir.path("ycc4.tif"), "w");
+  const ModuleFile ycc4(dir.path("ycc4.tif"), "w");
   EXPECT_EQ(outcome(call("readEncodedStrip", {ycc4, num(0)})), "tagRetrievalFailed('ImageLength')");
   set_basic_tags(handle_of(ycc4), 16, 8, 8, 4, 8);
   TIFFSetField(handle_of(ycc4), TIFFTAG_PHOTOMETRIC, YCC);
   TIFFSetField(handle_of(ycc4), TIFFTAG_YCBCRSUBSAMPLING, 1, 1);
   EXPECT_EQ(outcome(call("readEncodedStrip", {ycc4, num(0)})), "unsupportedYCbCrConfiguration()");
-  call("close", {ycc4});
 
   // JPEG YCbCr once libtiff has been told to convert to RGB.
   write_image(dir.path("jpeg.tif"), spec_of(kCases[17]));
-  const Array jpeg = open_file(dir.path("jpeg.tif"));
+  const ModuleFile jpeg(dir.path("jpeg.tif"), "r");
   EXPECT_EQ(outcome(call("readEncodedStrip", {jpeg, num(0)})), "ok");
   TIFFSetField(handle_of(jpeg), TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
   EXPECT_EQ(outcome(call("readEncodedStrip", {jpeg, num(0)})), "readWithJpegColorModeRGB()");
-  call("close", {jpeg});
 }
 
 TEST(read_encoded, bad_chunk_numbers_and_operands) {
   ScratchDir dir;
   write_image(dir.path("a.tif"), spec_of(kCases[0]));  // 3 strips
-  const Array id = open_file(dir.path("a.tif"));
+  const ModuleFile id(dir.path("a.tif"), "r");
   TiffHandle ref(dir.path("a.tif"), "r");
   EXPECT_EQ(outcome(call("readEncodedStrip", {id, num(-1)})), "argumentOutOfBounds()");
   EXPECT_EQ(outcome(call("readEncodedStrip", {id, num(4294967296.0)})), "argumentOutOfBounds()");
@@ -205,11 +183,9 @@ TEST(read_encoded, bad_chunk_numbers_and_operands) {
   EXPECT_EQ(compare_outputs(call("readEncodedStrip", {id, num(1.99)}), libtiff_chunk(ref, 1)), "");
   const Array two = Array::of<std::uint8_t>(zvUINT8_CLASS, {1, 1}, {2});
   EXPECT_EQ(compare_outputs(call("readEncodedStrip", {id, two}), libtiff_chunk(ref, 2)), "");
-  call("close", {id});
   // The tile read ignores a third operand of any class.
-  const Array tiled = open_file(plain_file(dir, "t.tif", 8, U, 16));
+  const ModuleFile tiled(plain_file(dir, "t.tif", 8, U, 16), "r");
   EXPECT_EQ(outcome(call("readEncodedTile", {tiled, num(1), Array::cell({})})), "ok");
-  call("close", {tiled});
 }
 
 bool all_zero(const Array& a) {
@@ -231,7 +207,7 @@ TEST(read_encoded, corrupt_and_truncated_chunks_still_convert) {
   }
   // The damaged tile comes back converted from the zero-filled buffer, with
   // libtiff's complaint as a warning; its neighbours are intact.
-  const Array id = open_file(path);
+  const ModuleFile id(path, "r");
   TiffHandle ref(path, "r");
   const auto bad = call("readEncodedTile", {id, num(1)});
   ASSERT_EQ(outcome(bad), "ok");
@@ -240,11 +216,10 @@ TEST(read_encoded, corrupt_and_truncated_chunks_still_convert) {
   ASSERT_EQ(bad.warnings.size(), 1u);
   EXPECT_EQ(bad.warnings[0].identifier, kLibtiffErrorId);
   EXPECT_EQ(compare_outputs(call("readEncodedTile", {id, num(2)}), pattern_chunk(image_spec, ref, 2)), "");
-  call("close", {id});
 
   // JPEG YCbCr strips whose data lie past the end of the file: zeros in all
   // three outputs, and libtiff's read error as a warning.
-  const Array cut = open_file(corpus_dir() + "/malformed/pillow-crash-0c7e0e8e-truncated.tif");
+  const ModuleFile cut(corpus_dir() + "/malformed/pillow-crash-0c7e0e8e-truncated.tif", "r");
   const auto r = call("readEncodedStrip", {cut, num(0)});
   ASSERT_EQ(outcome(r), "ok");
   EXPECT_EQ(r.out(0).dims(), (Array::Dims{16, 480}));
@@ -252,33 +227,227 @@ TEST(read_encoded, corrupt_and_truncated_chunks_still_convert) {
   for (std::size_t k = 0; k < 3; ++k) EXPECT_TRUE(all_zero(r.out(k)));
   ASSERT_FALSE(r.warnings.empty());
   EXPECT_EQ(r.warnings.back().identifier, kLibtiffErrorId);
-  call("close", {cut});
 }
 
 TEST(read_encoded, chunks_larger_than_memory_are_refused_before_allocating) {
   // A malformed file's strip of 171 GB was allocated: out of memory, and an
   // abort in the sanitizer build.
   ScratchDir dir;
-  const std::uint32_t huge = 1000000;  // chunks of 10^12 bytes, more than any machine here has
-  const std::vector<RawEntry> image = {{256, 4, huge}, {257, 4, huge}, {258, 3, 8}, {259, 3, COMPRESSION_ADOBE_DEFLATE},
-                                       {262, 3, PHOTOMETRIC_MINISBLACK}, {277, 3, 1}};
-  std::vector<RawEntry> strips = image, tiles = image;
-  strips.insert(strips.end(), {{273, 4, 8}, {278, 4, huge}, {279, 4, 16}});
-  tiles.insert(tiles.end(), {{322, 4, huge}, {323, 4, huge}, {324, 4, 8}, {325, 4, 16}});
-  write_raw_tiff(dir.path("strip.tif"), strips);
-  write_raw_tiff(dir.path("tile.tif"), tiles);
+  write_huge_images(dir.path("strip.tif"), dir.path("tile.tif"));
   for (const char* name : {"strip.tif", "tile.tif"}) {
     SCOPED_TRACE(name);
-    const Array id = open_file(dir.path(name));
-    const auto r = call(name[0] == 's' ? "readEncodedStrip" : "readEncodedTile", {id, num(0)});
+    const auto r = call_on_file(dir.path(name), name[0] == 's' ? "readEncodedStrip" : "readEncodedTile", {num(0)});
     ASSERT_EQ(r.error_id(), "Quarn:imagesci:Tiff:tooManyBytes");
     // Chunk 0 would take its buffer and its array, more than there is.
     const auto& args = r.error->arguments;
     EXPECT_EQ(boost::get<std::int64_t>(args[0]), 0);
     EXPECT_GE(boost::get<std::int64_t>(args[2]), 2000000000000);
     EXPECT_LT(boost::get<std::int64_t>(args[1]), boost::get<std::int64_t>(args[2]));
-    call("close", {id});
   }
+}
+
+// --- RGBA reads ---------------------------------------------------------------
+
+/// Empty when the call returned a 4 x width x length uint8 array holding
+/// exactly libtiff's raster words.
+std::string compare_raster(const embedded::CallResult& r, const std::vector<std::uint32_t>& words,
+                           std::size_t width, std::size_t length) {
+  if (!r.ok()) return outcome(r);
+  if (r.out().class_id() != zvUINT8_CLASS || r.out().dims() != Array::Dims{4, width, length}) return "wrong array";
+  return std::memcmp(r.out().data(), words.data(), words.size() * 4) == 0 ? "" : "different pixels";
+}
+
+ImageSpec rgb_spec(std::uint32_t rowsPerStrip, std::uint32_t tile = 0) {  // 21 x 13, 8-bit RGB
+  ImageSpec s;
+  s.width = 21, s.length = 13, s.samples = 3, s.photometric = PHOTOMETRIC_RGB;
+  s.rowsPerStrip = rowsPerStrip, s.tileWidth = s.tileLength = tile;
+  return s;
+}
+
+TEST(read_rgba, image_strip_and_tile_as_libtiff_gives_them) {
+  ScratchDir dir;
+  write_image(dir.path("strips.tif"), rgb_spec(5));
+  ImageSpec tiles = rgb_spec(0, 16);  // RGB + alpha, 40 x 24, LZW
+  tiles.width = 40, tiles.length = 24, tiles.samples = 4, tiles.extraSamples = 1, tiles.compression = COMPRESSION_LZW;
+  write_image(dir.path("tiles.tif"), tiles);
+  ImageSpec jpeg = rgb_spec(16);  // YCbCr 2 x 2, JPEG
+  jpeg.width = 48, jpeg.length = 40, jpeg.photometric = PHOTOMETRIC_YCBCR, jpeg.compression = COMPRESSION_JPEG;
+  write_image(dir.path("jpeg.tif"), jpeg);
+  {
+    TiffHandle out(dir.path("palette.tif"), "w");
+    set_basic_tags(out, 20, 10, 8, 1, 4);
+    TIFFSetField(out, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_PALETTE);
+    std::vector<std::uint16_t> red(256), green(256), blue(256);
+    for (int i = 0; i < 256; ++i) red[i] = i * 257, green[i] = (255 - i) * 257, blue[i] = (i * 7 % 256) * 257;
+    TIFFSetField(out, TIFFTAG_COLORMAP, red.data(), green.data(), blue.data());
+    write_chunks(out, [](std::uint32_t s, std::size_t i) { return static_cast<std::uint8_t>(s * 40 + i); });
+  }
+
+  // "image" is the whole image; a number is a row (strips) or a column and
+  // row (tiles) inside the chunk that libtiff reads from its origin.
+  struct Read {
+    const char* file;
+    std::vector<double> at;
+    std::uint32_t x0, y0, width, length;
+  };
+  const Read reads[] = {
+      {"strips.tif", {}, 0, 0, 21, 13},       {"tiles.tif", {}, 0, 0, 40, 24},
+      {"jpeg.tif", {}, 0, 0, 48, 40},         {"palette.tif", {}, 0, 0, 20, 10},
+      {"strips.tif", {5}, 0, 5, 21, 5},       {"strips.tif", {9.9}, 0, 5, 21, 5},
+      {"strips.tif", {12}, 0, 10, 21, 5},     {"jpeg.tif", {39}, 0, 32, 48, 16},
+      {"tiles.tif", {39, 23}, 32, 16, 16, 16}, {"tiles.tif", {32, 16}, 32, 16, 16, 16},
+      {"tiles.tif", {17, 3}, 16, 0, 16, 16},
+  };
+  for (const Read& read : reads) {
+    SCOPED_TRACE(std::string(read.file) + " " + std::to_string(read.at.size()));
+    const ModuleFile id(dir.path(read.file), "r");
+    TiffHandle ref(dir.path(read.file), "r");
+    // Zero-filled: the last strip's rows past the image are zero on both sides.
+    std::vector<std::uint32_t> words(std::size_t{read.width} * read.length);
+    std::vector<Array> operands{id};
+    for (double v : read.at) operands.push_back(num(v));
+    const char* command = read.at.empty() ? "readRGBAImage" : read.at.size() == 1 ? "readRGBAStrip" : "readRGBATile";
+    if (read.at.empty())
+      ASSERT_TRUE(TIFFReadRGBAImage(ref, read.width, read.length, words.data(), 0));
+    else if (read.at.size() == 1)
+      ASSERT_TRUE(TIFFReadRGBAStrip(ref, read.y0, words.data()));
+    else
+      ASSERT_TRUE(TIFFReadRGBATile(ref, read.x0, read.y0, words.data()));
+    EXPECT_EQ(compare_raster(call(command, operands), words, read.width, read.length), "");
+  }
+}
+
+TEST(read_rgba, one_strip_taller_than_the_image) {
+  ScratchDir dir;
+  write_image(dir.path("a.tif"), rgb_spec(100));
+  const ModuleFile id(dir.path("a.tif"), "r");
+  EXPECT_EQ(call("readRGBAStrip", {id, num(0)}).out().dims(), (Array::Dims{4, 21, 13}));
+}
+
+TEST(read_rgba, error_kinds_and_their_arguments) {
+  ScratchDir dir;
+  write_image(dir.path("strips.tif"), rgb_spec(5));
+  write_image(dir.path("tiles.tif"), rgb_spec(0, 16));
+  ImageSpec floats = rgb_spec(5);  // libtiff's RGBA interface has no 32-bit samples
+  floats.bits = 32, floats.format = SAMPLEFORMAT_IEEEFP;
+  write_image(dir.path("float-strips.tif"), floats);
+  floats.width = 40, floats.length = 24, floats.rowsPerStrip = 0, floats.tileWidth = floats.tileLength = 16;
+  write_image(dir.path("float-tiles.tif"), floats);
+
+  const ModuleFile strips(dir.path("strips.tif"), "r"), tiles(dir.path("tiles.tif"), "r");
+  const ModuleFile fstrips(dir.path("float-strips.tif"), "r"), ftiles(dir.path("float-tiles.tif"), "r");
+  EXPECT_EQ(outcome(call("readRGBAStrip", {tiles, num(0)})), "strippedOperationOnTiledImage()");
+  EXPECT_EQ(outcome(call("readRGBATile", {strips, num(0), num(0)})), "tiledOperationOnStrippedImage()");
+  EXPECT_EQ(outcome(call("readRGBAImage", {fstrips})), "imageReadErrorRGBA()");
+  // Row 7 lies in the strip starting at row 5: told 1-based, 6.
+  EXPECT_EQ(outcome(call("readRGBAStrip", {fstrips, num(7)})), "stripReadErrorRGBA(6)");
+  // Pixel (column 35, row 20) lies in the tile at column 32, row 16: row first.
+  EXPECT_EQ(outcome(call("readRGBATile", {ftiles, num(35), num(20)})), "tileReadErrorRGBA(17, 33)");
+  // Outside the image: refused with the same 1-based origin.
+  EXPECT_EQ(outcome(call("readRGBAStrip", {strips, num(100)})), "stripReadErrorRGBA(101)");
+  EXPECT_EQ(outcome(call("readRGBATile", {tiles, num(300), num(10)})), "tileReadErrorRGBA(1, 289)");
+  EXPECT_EQ(outcome(call("readRGBAStrip", {strips, num(-1)})), "argumentOutOfBounds()");
+  EXPECT_EQ(outcome(call("readRGBATile", {tiles, num(0), num(4294967296.0)})), "argumentOutOfBounds()");
+  EXPECT_EQ(outcome(call("readRGBAImage", {Array::uint64(0)})), "badFileId()");
+
+  // A directory being written with TileLength set but no TileWidth made
+  // libtiff's RGBA tile reader divide by zero.
+  const ModuleFile fresh(dir.path("fresh.tif"), "w");
+  for (auto [tag, value] : {std::pair{256, 32}, {257, 32}, {262, 1}, {323, 16}})
+    ASSERT_TRUE(call("setField", {fresh, num(tag), num(value)}).ok());
+  EXPECT_EQ(outcome(call("readRGBATile", {fresh, num(0), num(0)})), "tileReadErrorRGBA(1, 1)");
+}
+
+TEST(read_rgba, rasters_larger_than_memory_are_refused_before_allocating) {
+  // Rasters of 4 x 10^12 bytes were allocated: out of memory, and an abort
+  // in the sanitizer build.
+  ScratchDir dir;
+  write_huge_images(dir.path("strip.tif"), dir.path("tile.tif"));
+  const ModuleFile s(dir.path("strip.tif"), "r"), t(dir.path("tile.tif"), "r");
+  EXPECT_EQ(outcome(call("readRGBAImage", {s})), "imageReadErrorRGBA()");
+  EXPECT_EQ(outcome(call("readRGBAStrip", {s, num(5)})), "stripReadErrorRGBA(1)");
+  EXPECT_EQ(outcome(call("readRGBATile", {t, num(5), num(7)})), "tileReadErrorRGBA(1, 1)");
+
+  // A raster of 4 MB over a strip of 65 GB (65535 samples a pixel, as in a
+  // malformed corpus file): libtiff's RGBA reader allocated the strip.
+  std::vector<RawEntry> wide = {{256, 4, 1000}, {257, 4, 1000}, {258, 3, 8}, {259, 3, COMPRESSION_ADOBE_DEFLATE},
+                                {262, 3, PHOTOMETRIC_MINISBLACK}, {273, 4, 8}, {277, 3, 65535}, {278, 4, 1000},
+                                {279, 4, 16}};
+  write_raw_tiff(dir.path("wide.tif"), wide);
+  const ModuleFile w(dir.path("wide.tif"), "r");
+  EXPECT_EQ(outcome(call("readRGBAImage", {w})), "imageReadErrorRGBA()");
+  EXPECT_EQ(outcome(call("readRGBAStrip", {w, num(0)})), "stripReadErrorRGBA(1)");
+}
+
+// --- chunk numbers -----------------------------------------------------------
+
+/// The answer as text ("3"), or the error as outcome() gives it.
+std::string answer(const char* command, std::vector<Array> operands) {
+  const auto r = call(command, std::move(operands));
+  if (!r.ok()) return outcome(r);
+  if (r.out().class_id() != zvDOUBLE_CLASS || r.out().numel() != 1) return "not a double scalar";
+  return std::to_string(r.out().number());
+}
+std::string n(double v) { return std::to_string(v); }
+
+std::string written(const ScratchDir& dir, const std::string& name, std::uint32_t width, std::uint32_t length,
+                    std::uint16_t planar, std::uint32_t rowsPerStrip, std::uint32_t tile) {
+  ImageSpec s;
+  s.width = width, s.length = length, s.samples = 3, s.photometric = PHOTOMETRIC_RGB, s.planar = planar;
+  s.rowsPerStrip = rowsPerStrip, s.tileWidth = s.tileLength = tile;
+  write_image(dir.path(name), s);
+  return dir.path(name);
+}
+
+TEST(compute_chunk, strips) {
+  ScratchDir dir;
+  // 32 rows in strips of 16 (2 strips); separate: 11 rows in strips of 4, 3 a plane.
+  const ModuleFile contig(written(dir, "c.tif", 21, 32, PLANARCONFIG_CONTIG, 16, 0), "r");
+  const ModuleFile planes(written(dir, "s.tif", 17, 11, PLANARCONFIG_SEPARATE, 4, 0), "r");
+  EXPECT_EQ(answer("computeStrip", {contig, num(0)}), n(1));
+  EXPECT_EQ(answer("computeStrip", {contig, num(15.9)}), n(1));
+  EXPECT_EQ(answer("computeStrip", {contig, num(31)}), n(2));
+  // Past the image: the last row, so the last strip (not strip 3).
+  EXPECT_EQ(answer("computeStrip", {contig, num(32)}), n(2));
+  EXPECT_EQ(answer("computeStrip", {contig, num(4294967295.0)}), n(2));
+  EXPECT_EQ(answer("computeStrip", {contig, num(0), num(0)}), "sampleParameterNotAllowedInChunkyCase()");
+  EXPECT_EQ(answer("computeStrip", {contig, num(-1)}), "argumentOutOfBounds()");
+  EXPECT_EQ(answer("computeStrip", {contig, num(4294967296.0)}), "argumentOutOfBounds()");
+
+  EXPECT_EQ(answer("computeStrip", {planes, num(0)}), "sampleParameterRequired()");
+  EXPECT_EQ(answer("computeStrip", {planes, num(0), num(0)}), n(1));
+  EXPECT_EQ(answer("computeStrip", {planes, num(0), num(1)}), n(4));
+  EXPECT_EQ(answer("computeStrip", {planes, num(999), num(2)}), n(9));
+  EXPECT_EQ(answer("computeStrip", {planes, num(0), num(65536)}), "argumentOutOfBounds()");
+  // A sample past the last is held to SamplesPerPixel, which libtiff refuses
+  // with its own error (answering index 0) that arrives as a warning.
+  const auto r = call("computeStrip", {planes, num(4), num(7)});
+  ASSERT_EQ(outcome(r), "ok");
+  EXPECT_EQ(r.out().number(), 1);
+  ASSERT_EQ(r.warnings.size(), 1u);
+  EXPECT_EQ(r.warnings[0].identifier, kLibtiffErrorId);
+}
+
+TEST(compute_chunk, tiles) {
+  ScratchDir dir;
+  // 48 x 32 in 16 x 16 tiles: 3 across, 2 down, 6 a plane.
+  const ModuleFile contig(written(dir, "c.tif", 48, 32, PLANARCONFIG_CONTIG, 0, 16), "r");
+  const ModuleFile planes(written(dir, "s.tif", 48, 32, PLANARCONFIG_SEPARATE, 0, 16), "r");
+  auto at = [](double row, double column) { return Array::row({row, column}); };
+  EXPECT_EQ(answer("computeTile", {contig, at(0, 0)}), n(1));
+  EXPECT_EQ(answer("computeTile", {contig, at(17, 33)}), n(6));
+  EXPECT_EQ(answer("computeTile", {contig, at(0, 47)}), n(3));
+  // The column is held to ImageWidth itself, one past the last pixel, which
+  // libtiff counts as a fourth tile column; likewise the row.
+  EXPECT_EQ(answer("computeTile", {contig, at(0, 1000)}), n(4));
+  EXPECT_EQ(answer("computeTile", {contig, at(1000, 0)}), n(7));
+  EXPECT_EQ(answer("computeTile", {contig, at(0, 0), num(1)}), "sampleParameterNotAllowedInChunkyCase()");
+  EXPECT_EQ(answer("computeTile", {contig, at(-1, 0)}), "argumentOutOfBounds()");
+  EXPECT_EQ(answer("computeTile", {contig, Array::scalar(0)}), "argumentOutOfBounds()");
+
+  EXPECT_EQ(answer("computeTile", {planes, at(0, 0)}), "sampleParameterRequired()");
+  EXPECT_EQ(answer("computeTile", {planes, at(17, 33), num(2)}), n(18));
+  EXPECT_EQ(answer("computeTile", {planes, at(0, 0), num(1.5)}), n(7));
 }
 
 }  // namespace

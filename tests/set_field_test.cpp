@@ -1,6 +1,7 @@
 // "setField": values written through the gateway are read back with libtiff
 // directly; every refusal names its kind and leaves the directory as it was.
 
+#include "support/corpus.h"
 #include "support/tiff_files.h"
 #include "support/write_files.h"
 
@@ -12,8 +13,8 @@
 #include <cstring>
 #include <limits>
 #include <map>
-#include <memory>
 #include <optional>
+#include <sstream>
 
 namespace tiffgate::testing {
 namespace {
@@ -85,13 +86,11 @@ const Tags kRgb8 = {{262, num(2)}, {258, num(8)}, {277, num(3)}};
 /// tiffdump's "count<values>" of each tag of the file's first directory.
 std::map<std::uint32_t, std::string> dumped(const std::string& path) {
   std::map<std::uint32_t, std::string> values;
-  std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(("tiffdump " + path).c_str(), "r"), pclose);
-  char line[16384];
+  std::istringstream lines(command_output("tiffdump " + path));
   int directories = 0;
-  while (pipe && std::fgets(line, sizeof line, pipe.get())) {
+  for (std::string text; std::getline(lines, text);) {
     // "Name (256) SHORT (3) 1<20>", or "700 (0x2bc) BYTE (1) 12<...>" for a
     // tag tiffdump has no name for.
-    const std::string text(line, std::strcspn(line, "\n"));
     if (text.rfind("Directory ", 0) == 0 && ++directories) continue;
     const auto open = text.find(" (");
     const auto type = open == std::string::npos ? open : text.find(") ", open);

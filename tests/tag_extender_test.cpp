@@ -62,6 +62,17 @@ void expect_geotiff_fields(TIFF* tif) {
   }
 }
 
+// A 4 x 4 image with three GeoTIFF tags, on a handle that knows them.
+void write_geotiff_directory(TIFF* tif) {
+  set_basic_tags(tif, 4, 4);
+  const double scale[] = {0.5, 0.25, 0};
+  const std::uint16_t keys[] = {1, 1, 0, 0};
+  ASSERT_TRUE(TIFFSetField(tif, 33550, 3, scale));
+  ASSERT_TRUE(TIFFSetField(tif, 34735, 4, keys));
+  ASSERT_TRUE(TIFFSetField(tif, 34737, "WGS 84|"));
+  write_chunks(tif, [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
+}
+
 // Writes a file carrying three GeoTIFF tags, teaching this one writing
 // handle the tags under names of its own.
 void write_geotiff(const std::string& path) {
@@ -72,13 +83,7 @@ void write_geotiff(const std::string& path) {
   };
   TiffHandle out(path, "w");
   ASSERT_EQ(TIFFMergeFieldInfo(out, kWriterFields, 3), 0);
-  set_basic_tags(out, 4, 4);
-  const double scale[] = {0.5, 0.25, 0};
-  const std::uint16_t keys[] = {1, 1, 0, 0};
-  ASSERT_TRUE(TIFFSetField(out, 33550, 3, scale));
-  ASSERT_TRUE(TIFFSetField(out, 34735, 4, keys));
-  ASSERT_TRUE(TIFFSetField(out, 34737, "WGS 84|"));
-  write_chunks(out, [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
+  write_geotiff_directory(out);
 }
 
 void expect_geotiff_values(TIFF* tif) {
@@ -143,13 +148,7 @@ TEST(tag_extender_test, installed_once_before_the_first_open_and_chained) {
   // Handles libtiff opens outside the module know them too, and libtiff
   // keeps them when it writes a directory.
   const Array written = open_file(dir.path("written.tif"), "w");
-  set_basic_tags(handle_of(written), 4, 4);
-  const double scale[] = {0.5, 0.25, 0};
-  const std::uint16_t keys[] = {1, 1, 0, 0};
-  ASSERT_TRUE(TIFFSetField(handle_of(written), 33550, 3, scale));
-  ASSERT_TRUE(TIFFSetField(handle_of(written), 34735, 4, keys));
-  ASSERT_TRUE(TIFFSetField(handle_of(written), 34737, "WGS 84|"));
-  write_chunks(handle_of(written), [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
+  write_geotiff_directory(handle_of(written));
   ASSERT_TRUE(call("close", {written}).ok());
   {
     TiffHandle direct(dir.path("written.tif"), "r");

@@ -24,6 +24,25 @@ void check(int ok, const char* what) {
   if (!ok) die(what);
 }
 
+/// Opens path for writing; dies when libtiff cannot.
+TIFF* create(const std::string& path) {
+  TIFF* tif = TIFFOpen(path.c_str(), "w");
+  if (tif == nullptr) die("cannot write " + path);
+  return tif;
+}
+
+/// The tags every directory here has; RowsPerStrip when rows is not 0.
+void set_image(TIFF* tif, std::uint32_t width, std::uint32_t length, std::uint16_t bits, std::uint16_t samples,
+               std::uint16_t photometric, std::uint16_t compression, std::uint32_t rows = 0) {
+  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, width);
+  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, length);
+  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, bits);
+  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, samples);
+  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, photometric);
+  TIFFSetField(tif, TIFFTAG_COMPRESSION, compression);
+  if (rows) TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, rows);
+}
+
 /// Writes the strips of the current directory (rows_per_strip rows each, the
 /// last one shorter) with bytes from fill(strip, byte).
 template <class Fill>
@@ -42,16 +61,9 @@ void write_strips(TIFF* tif, std::uint32_t length, std::uint32_t rows_per_strip,
 /// strips.tif: an 8-bit RGB directory with text tags and one SubIFD, then a
 /// 16-bit grey + alpha directory with separate planes.
 std::uint64_t write_strips_file(const std::string& path) {
-  TIFF* tif = TIFFOpen(path.c_str(), "w");
-  if (tif == nullptr) die("cannot write " + path);
-  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, 20);
-  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, 10);
-  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
-  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 3);
-  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+  TIFF* tif = create(path);
+  set_image(tif, 20, 10, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_LZW, 4);
   TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-  TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 4);
-  TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_LZW);
   TIFFSetField(tif, TIFFTAG_IMAGEDESCRIPTION, "two directories");
   TIFFSetField(tif, TIFFTAG_SOFTWARE, "make_test_files");
   TIFFSetField(tif, TIFFTAG_ARTIST, "O'Brien");
@@ -62,25 +74,14 @@ std::uint64_t write_strips_file(const std::string& path) {
   check(TIFFWriteDirectory(tif), "directory 1");
 
   TIFFSetField(tif, TIFFTAG_SUBFILETYPE, FILETYPE_REDUCEDIMAGE);
-  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, 10);
-  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, 5);
-  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
-  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
-  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
-  TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 5);
+  set_image(tif, 10, 5, 8, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 5);
   write_strips(tif, 5, 5, [](std::uint32_t, std::size_t i) { return static_cast<std::uint8_t>(i); });
   check(TIFFWriteDirectory(tif), "the SubIFD");
 
   const std::uint16_t extra = EXTRASAMPLE_UNASSALPHA;
-  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, 8);
-  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, 6);
-  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 16);
-  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 2);
+  set_image(tif, 8, 6, 16, 2, PHOTOMETRIC_MINISBLACK, COMPRESSION_PACKBITS, 3);
   TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, 1, &extra);
-  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
   TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_SEPARATE);
-  TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 3);
-  TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_PACKBITS);
   write_strips(tif, 6, 3, [](std::uint32_t s, std::size_t i) { return static_cast<std::uint8_t>(s + i); });
   check(TIFFWriteDirectory(tif), "directory 2");
   TIFFClose(tif);
@@ -96,17 +97,11 @@ std::uint64_t write_strips_file(const std::string& path) {
 
 /// tiled.tif: 40x24 32-bit floating point grey in 16x16 tiles (3 x 2).
 void write_tiled_file(const std::string& path) {
-  TIFF* tif = TIFFOpen(path.c_str(), "w");
-  if (tif == nullptr) die("cannot write " + path);
-  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, 40);
-  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, 24);
-  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 32);
-  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
+  TIFF* tif = create(path);
+  set_image(tif, 40, 24, 32, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_ADOBE_DEFLATE);
   TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_IEEEFP);
-  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
   TIFFSetField(tif, TIFFTAG_TILEWIDTH, 16);
   TIFFSetField(tif, TIFFTAG_TILELENGTH, 16);
-  TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
   TIFFSetField(tif, TIFFTAG_DATETIME, "2024:01:02 03:04:05");
   std::vector<float> tile(16 * 16);
   for (std::uint32_t t = 0; t < TIFFNumberOfTiles(tif); ++t) {
@@ -119,15 +114,8 @@ void write_tiled_file(const std::string& path) {
 
 /// bilevel.tif: 13x3 1-bit MinIsWhite, CCITT Group 4.
 void write_bilevel_file(const std::string& path) {
-  TIFF* tif = TIFFOpen(path.c_str(), "w");
-  if (tif == nullptr) die("cannot write " + path);
-  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, 13);
-  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, 3);
-  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 1);
-  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
-  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
-  TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 3);
-  TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX4);
+  TIFF* tif = create(path);
+  set_image(tif, 13, 3, 1, 1, PHOTOMETRIC_MINISWHITE, COMPRESSION_CCITTFAX4, 3);
   write_strips(tif, 3, 3, [](std::uint32_t, std::size_t i) { return static_cast<std::uint8_t>(i % 2 ? 0xF0 : 0x0F); });
   check(TIFFWriteDirectory(tif), "bilevel directory");
   TIFFClose(tif);
@@ -145,12 +133,8 @@ void add_private_tag(TIFF* tif) {
 /// private.tif: a 4x2 8-bit grey image carrying tag 65000.
 void write_private_tag_file(const std::string& path) {
   previous_extender = TIFFSetTagExtender(add_private_tag);
-  TIFF* tif = TIFFOpen(path.c_str(), "w");
-  if (tif == nullptr) die("cannot write " + path);
-  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, 4);
-  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, 2);
-  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
-  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+  TIFF* tif = create(path);
+  set_image(tif, 4, 2, 8, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE);
   TIFFSetField(tif, 65000, std::uint32_t{42});
   write_strips(tif, 2, 2, [](std::uint32_t, std::size_t i) { return static_cast<std::uint8_t>(i); });
   check(TIFFWriteDirectory(tif), "private tag directory");

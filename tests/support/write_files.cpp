@@ -113,26 +113,4 @@ Comparison compare(const embedded::Array& got, const embedded::Array& expected) 
   return result;
 }
 
-Decoded tifffile_decode(const std::string& path) {
-  const std::string command =
-      "/usr/bin/python3 -c 'import sys, numpy, tifffile\n"
-      "a = tifffile.imread(sys.argv[1])\n"
-      "a = a.astype(numpy.uint8) if a.dtype == bool else a\n"
-      "sys.stdout.write(a.dtype.str + \" \" + \" \".join(map(str, a.shape)) + \"\\n\"); sys.stdout.flush()\n"
-      "sys.stdout.buffer.write(numpy.ascontiguousarray(a).tobytes())' '" +
-      path + "'";
-  std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-  if (!pipe) throw std::runtime_error("could not run tifffile");
-  Decoded decoded;
-  std::string header;
-  for (int ch; (ch = std::fgetc(pipe.get())) != EOF && ch != '\n';) header += static_cast<char>(ch);
-  std::istringstream fields(header);
-  fields >> decoded.dtype;
-  for (std::size_t n; fields >> n;) decoded.shape.push_back(n);
-  std::uint8_t block[4096];
-  for (std::size_t got; (got = std::fread(block, 1, sizeof block, pipe.get())) > 0;)
-    decoded.bytes.insert(decoded.bytes.end(), block, block + got);
-  return decoded;
-}
-
 }  // namespace tiffgate::testing

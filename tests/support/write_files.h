@@ -2,9 +2,7 @@
 /// Test support for the write commands and the round trips: files created
 /// through the module (tags set through it or with libtiff directly), host
 /// arrays filled from a function or cut from another, the comparison of a
-/// value read back with the one written, and tifffile's decode (under
-/// /usr/bin/python3) of what was written; libtiff's own is decoded_chunk in
-/// image_files.h.
+/// value read back with the one written.
 
 #include "support/tiff_files.h"
 
@@ -25,6 +23,8 @@ class ModuleFile {
   ModuleFile& operator=(const ModuleFile&) = delete;
   TIFF* tif() const { return handle_of(id_); }
   const embedded::Array& id() const { return id_; }
+  /// The identifier, for a call's operands.
+  operator const embedded::Array&() const { return id_; }
   /// "writeEncodedStrip" or "writeEncodedTile" with chunk number and arrays.
   embedded::CallResult write(bool tiled, embedded::Array chunk, std::vector<embedded::Array> images) const;
   /// "setField" and "getField" of one tag.
@@ -66,15 +66,6 @@ struct Comparison {
   double largest = 0;
 };
 Comparison compare(const embedded::Array& got, const embedded::Array& expected);
-
-/// The image as tifffile decodes it: numpy dtype text, shape, C-order bytes
-/// (1-bit images as one byte per sample).
-struct Decoded {
-  std::string dtype;
-  std::vector<std::size_t> shape;
-  std::vector<std::uint8_t> bytes;
-};
-Decoded tifffile_decode(const std::string& path);
 
 using Args = std::vector<Quarn::MsgArg>;
 
