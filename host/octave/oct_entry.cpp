@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <fstream>
 #include <new>
 #include <string>
 #include <vector>
@@ -97,13 +98,40 @@ octave_value_list tiffgate_entry(const octave_value_list& args, int nargout) {
   report_error(identifier, message);
 }
 
+/// The first block of "##" lines of the file, without the leaders: the
+/// help text of tiffgate.m.
+std::string help_of(const std::string& file) {
+  std::ifstream in(file);
+  std::string help, line;
+  while (std::getline(in, line) && line.compare(0, 2, "##") == 0)
+    help += line.substr(line.compare(0, 3, "## ") == 0 ? 3 : 2) + "\n";
+  return help;
+}
+
 /// Octave's function object for tiffgate. Octave destroys it when it clears
 /// the function ('clear tiffgate', 'clear all') and when it exits: the
-/// at-exit list runs then, while Octave can still show its warnings.
+/// at-exit list runs then, while Octave can still show its warnings. Its
+/// help is that of tiffgate.m beside the oct-file, read when first asked
+/// for (Octave asks the function object, and never the file, for an
+/// oct-file's help).
 class TiffgateFunction final : public octave_dld_function {
  public:
   using octave_dld_function::octave_dld_function;
   ~TiffgateFunction() override { run_at_exit(); }
+
+  std::string doc_string(const std::string& = "") const override {
+    if (!help_read_) {
+      std::string file = get_shlib().file_name();
+      file = file.substr(0, file.rfind('.')) + ".m";
+      help_ = help_of(file);
+      help_read_ = true;
+    }
+    return help_;
+  }
+
+ private:
+  mutable std::string help_;
+  mutable bool help_read_ = false;
 };
 
 }  // namespace
@@ -112,8 +140,7 @@ class TiffgateFunction final : public octave_dld_function {
 void zulAtExit(void (*function)()) { tiffgate::octave_host::add_at_exit(function); }
 
 // What DEFUN_DLD would write, but for the function object's class. Octave
-// looks the installer up by this name when it loads tiffgate.oct; the help
-// text comes from tiffgate.m beside the file.
+// looks the installer up by this name when it loads tiffgate.oct.
 extern "C" OCTAVE_EXPORT octave_function* Gtiffgate(const octave::dynamic_library& library, bool relative) {
   check_version(OCTAVE_API_VERSION, "tiffgate");
   auto* function = new tiffgate::octave_host::TiffgateFunction(tiffgate::octave_host::tiffgate_entry, library,
