@@ -52,6 +52,13 @@ std::vector<std::uint64_t> counts(const octave_value& value, octave_idx_type cou
   return out;
 }
 
+/// True or false, given as a logical or a number 0 or 1.
+bool flag(const octave_value& value, const char* what) {
+  const std::vector<std::uint64_t> n = counts(value, 1, what, true);
+  if (n[0] > 1) refuse(std::string(what) + " must be true or false");
+  return n[0] == 1;
+}
+
 const zvArray* command_word(const octave_value& value, const char* first, const char* second) {
   const std::string word = value.is_string() ? value.string_value() : std::string();
   if (word != first && word != second) refuse(std::string("the command must be ") + first + " or " + second);
@@ -110,7 +117,7 @@ octave_value read_image(const octave_value_list& args) {
   const zvArray* command = command_word(args(2), "readEncodedStrip", "readEncodedTile");
   const std::vector<std::uint64_t> size = counts(args(3), 3, "[L W S]");
   const std::vector<std::uint64_t> chunk = counts(args(4), 2, "[rows columns]");
-  const bool separate = counts(args(5), 1, "separate", true)[0] != 0;
+  const bool separate = flag(args(5), "separate");
   const Grid grid{size[0], size[1], size[2], chunk[0], chunk[1], separate};
 
   zvArray* image = nullptr;
@@ -149,7 +156,7 @@ void write_image(const octave_value_list& args) {
   if (image->data == nullptr || image->cls == zvCHAR_CLASS || image->dims.size() > 3 || image->numel == 0)
     refuse("the image must be a non-empty numeric or logical array of 2 or 3 dimensions");
   const std::vector<std::uint64_t> chunk = counts(args(4), 2, "[rows columns]");
-  const bool separate = counts(args(5), 1, "separate", true)[0] != 0;
+  const bool separate = flag(args(5), "separate");
   std::uint64_t left = counts(args(6), 1, "count", false, true)[0];  // 0: no limit
   const Grid grid{image->dims[0], image->dims[1], image->dims.size() > 2 ? image->dims[2] : 1,
                   chunk[0], chunk[1], separate};
