@@ -97,8 +97,8 @@ zvArray* call_chunk(const zvArray* command, const zvArray* id, std::uint64_t chu
 /// from_stride` to `to + j * to_stride`. Runs are short (a strip's few rows)
 /// and there is one for every column of the image and every strip, so the
 /// copy is chosen once per chunk by the run's length and inlined rather than
-/// called per run (measured: three quarters less time than a memcpy call
-/// per run for 2-row strips, a seventh less for a whole 42-row strip read).
+/// called per run (a memcpy call per run made a whole read of an 8192 x
+/// 8192 RGB image in 42-row strips take a seventh more CPU time).
 using ColumnCopy = void (*)(unsigned char* to, std::size_t to_stride, const unsigned char* from,
                             std::size_t from_stride, std::size_t columns, std::size_t bytes);
 
@@ -204,7 +204,8 @@ void write_image(const octave_value_list& args) {
   // Strips of a few rows are cut from a band of the image copied aside
   // first: cut straight from the image, each strip would read a few bytes
   // of every column, a cache line each, and evict them before the next
-  // strip reads the bytes beside them.
+  // strip reads the bytes beside them. (With the band and the copier, a
+  // write of 8192 x 8192 RGB in 2-row strips takes a third of the time.)
   const std::size_t es = image->element_size;
   const std::uint64_t band = grid.across() == 1 && grid.rows < kBandRows
                                  ? std::max<std::uint64_t>(1, std::min(kBandRows / grid.rows,
