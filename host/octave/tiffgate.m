@@ -43,14 +43,14 @@
 ## Every failure is an error with an identifier such as
 ## @code{Quarn:imagesci:Tiff:badFileId}, to catch with try/catch and
 ## @code{err.identifier}. libtiff's own messages, and files closed because
-## they were left open when Octave clears the MEX file, come as warnings
+## they were left open when Octave clears the module, come as warnings
 ## (see @code{lastwarn}).
 ##
 ## @seealso{tiffgate_read, tiffgate_write, tiffgate_info}
 ## @end deftypefn
 
-## This file carries the help text of tiffgate.mex, which lies beside it and
-## is what Octave calls.
+## This file carries the help text of tiffgate.oct (or tiffgate.mex), which
+## lies beside it and is what Octave calls.
 function varargout = tiffgate (varargin)
-  error ("tiffgate:notBuilt", "tiffgate: tiffgate.mex is missing beside %s", mfilename ("fullpath"));
+  error ("tiffgate:notBuilt", "tiffgate: tiffgate.oct is missing beside %s", mfilename ("fullpath"));
 endfunction

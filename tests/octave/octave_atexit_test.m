@@ -1,4 +1,4 @@
-## Files left open are closed when Octave clears the MEX file, and when
+## Files left open are closed when Octave clears the module, and when
 ## Octave exits, each after a closingFileHandle warning naming it, in
 ## ascending order of identifier; the module loads again afterwards.
 

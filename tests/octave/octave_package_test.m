@@ -1,4 +1,4 @@
-## The Octave package: pkg install builds the MEX file from the package's
+## The Octave package: pkg install builds the oct-file from the package's
 ## own sources with mkoctfile, into a prefix of its own; after pkg load the
 ## module and the host-side functions are there and answer.
 
@@ -22,10 +22,10 @@ function octave_package_test ()
   for name = {"tiffgate", "tiffgate_info", "tiffgate_read", "tiffgate_write"}
     assert (strncmp (which (name{1}), prefix, numel (prefix)), ["not installed: " name{1}]);
   endfor
-  assert (! isempty (regexp (which ("tiffgate"), '\.mex$', "once")));
+  assert (! isempty (regexp (which ("tiffgate"), '\.oct$', "once")));
   help_text = evalc ("help tiffgate_read");
   assert (! isempty (strfind (help_text, "[Y, CB, CR] = tiffgate_read (FILE, DIR)")));
-  ## The MEX file's help comes from the tiffgate.m that post_install put beside it.
+  ## The oct-file's help comes from the tiffgate.m that post_install put beside it.
   help_text = evalc ("help tiffgate");
   assert (! isempty (strfind (help_text, "tiffgate (\"readEncodedStrip\", id, strip)")));
 

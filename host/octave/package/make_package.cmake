@@ -20,7 +20,7 @@ string(TIMESTAMP TIFFGATE_DATE "%Y-%m-%d" UTC)  # honours SOURCE_DATE_EPOCH
 configure_file(${package}/DESCRIPTION.in ${root}/DESCRIPTION @ONLY)
 file(COPY ${package}/COPYING ${package}/INDEX ${package}/post_install.m ${package}/inst
      DESTINATION ${root})
-# tiffgate.m carries the MEX file's help; post_install.m puts it beside it.
+# tiffgate.m carries the oct-file's help; post_install.m puts it beside it.
 file(COPY ${package}/src/Makefile ${SOURCE_DIR}/host/octave/tiffgate.m DESTINATION ${root}/src)
 
 foreach(folder gateway files tags imagedata)

@@ -103,44 +103,16 @@ function img = read_rgba (id)
 endfunction
 
 ## Every strip or tile of every plane, put where it belongs. The module cuts
-## the last strip and the edge tiles to the image; rows and columns are
-## clipped here as well, so that a file whose chunk count disagrees with its
-## size cannot make the image grow.
+## the last strip and the edge tiles to the image; the host's internal entry
+## clips rows and columns as well, so that a file whose chunk count
+## disagrees with its size cannot make the image grow. It reads each chunk
+## with the module's own read command and places it straight into the
+## image, which is allocated once.
 function img = read_samples (id, meta)
-  L = meta.ImageLength;
-  W = meta.ImageWidth;
-  S = meta.SamplesPerPixel;
-  separate = meta.PlanarConfiguration == 2;
-  if (separate)
-    planes = S;
-  else
-    planes = 1;
-  endif
   [command, chunk_rows, chunk_columns] = chunk_layout (meta);
-  across = ceil (W / chunk_columns);
-  down = ceil (L / chunk_rows);
-
-  img = [];
-  for p = 1:planes
-    for r = 0:down-1
-      for c = 0:across-1
-        chunk = (p - 1) * across * down + r * across + c;
-        block = tiffgate (command, id, chunk);
-        if (isempty (img))
-          img = allocate (block, L, W, S);
-        endif
-        r0 = r * chunk_rows;
-        c0 = c * chunk_columns;
-        m = min (rows (block), L - r0);
-        n = min (columns (block), W - c0);
-        if (separate)
-          img(r0 + (1:m), c0 + (1:n), p) = block(1:m, 1:n);
-        else
-          img(r0 + (1:m), c0 + (1:n), :) = block(1:m, 1:n, :);
-        endif
-      endfor
-    endfor
-  endfor
+  img = tiffgate ("__readImage__", id, command,
+                  [meta.ImageLength, meta.ImageWidth, meta.SamplesPerPixel],
+                  [chunk_rows, chunk_columns], meta.PlanarConfiguration == 2);
 endfunction
 
 ## Y, Cb and Cr of a contiguous YCbCr directory. Chunks start on multiples
@@ -190,13 +162,5 @@ function [command, chunk_rows, chunk_columns] = chunk_layout (meta)
   endif
   if (chunk_rows == 0 || chunk_columns == 0)
     error ("tiffgate:read:badLayout", "tiffgate_read: the directory gives its strips or tiles no size");
-  endif
-endfunction
-
-function img = allocate (block, L, W, S)
-  if (islogical (block))
-    img = false (L, W, S);
-  else
-    img = zeros (L, W, S, class (block));
   endif
 endfunction

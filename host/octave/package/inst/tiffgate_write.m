@@ -355,37 +355,14 @@ function set_tags (id, opts, photometric, extra, bits, sample_format, L, W, S, t
 endfunction
 
 ## Every strip or tile of every plane (CHUNKS of them at most), numbered as
-## libtiff numbers them: plane by plane, and within a plane row by row.
+## libtiff numbers them: plane by plane, and within a plane row by row. The
+## host's internal entry cuts each chunk from the image and writes it with
+## the module's own write command.
 function write_chunks (id, img, separate, tile, rows_per_strip, chunks)
-  [L, W, S] = size (img);
   if (isempty (tile))
-    [command, chunk_rows, chunk_columns] = deal ("writeEncodedStrip", rows_per_strip, W);
+    [command, chunk_rows, chunk_columns] = deal ("writeEncodedStrip", rows_per_strip, columns (img));
   else
     [command, chunk_rows, chunk_columns] = deal ("writeEncodedTile", tile(1), tile(2));
   endif
-  across = ceil (W / chunk_columns);
-  down = ceil (L / chunk_rows);
-  if (separate)
-    planes = S;
-  else
-    planes = 1;
-  endif
-  for p = 1:planes
-    for r = 0:down-1
-      rr = r * chunk_rows + 1 : min ((r + 1) * chunk_rows, L);
-      for c = 0:across-1
-        cc = c * chunk_columns + 1 : min ((c + 1) * chunk_columns, W);
-        if (separate)
-          block = img(rr, cc, p);
-        else
-          block = img(rr, cc, :);
-        endif
-        tiffgate (command, id, (p - 1) * across * down + r * across + c, block);
-        chunks--;
-        if (chunks == 0)
-          return;
-        endif
-      endfor
-    endfor
-  endfor
+  tiffgate ("__writeImage__", id, command, img, [chunk_rows, chunk_columns], separate, chunks);
 endfunction

@@ -4,7 +4,7 @@
 
 #include "host/host.h"
 #include "host/msgid.h"
-#include "host/octave/octave_host.h"
+#include "host/octave/mex/mex_host.h"
 
 #include <octave/quit.h>  // octave::execution_exception and its kin
 
@@ -18,27 +18,6 @@
 namespace tiffgate::octave_host {
 namespace {
 
-/// Identifiers of the failures that are not the module's kinds.
-constexpr const char* kOutOfMemoryId = "tiffgate:outOfMemory";
-constexpr const char* kInternalErrorId = "tiffgate:internalError";
-constexpr const char* kComplexOperandId = "tiffgate:complexOperand";
-
-/// A failure found by the adapter itself, before the module is called.
-struct OperandError {
-  const char* identifier;
-  std::string message;
-};
-
-struct AtExitState {
-  std::vector<void (*)()> functions;
-  bool running = false;
-};
-
-AtExitState& at_exit_state() {
-  static AtExitState state;
-  return state;
-}
-
 /// The inputs as the module may see them: sparse arrays made full (their
 /// data holds only the nonzeros, fewer than their element count says),
 /// complex values refused (the module has no use for an imaginary part).
@@ -48,8 +27,7 @@ std::vector<const zvArray*> module_inputs(int nrhs, const mxArray* prhs[]) {
   for (int i = 0; i < nrhs; ++i) {
     const mxArray* input = prhs[i];
     if (mxIsComplex(input))
-      throw OperandError{kComplexOperandId, "Argument " + std::to_string(i + 1) +
-                                                " is complex; tiffgate takes real values only."};
+      throw complex_operand(i);
     inputs.push_back(zv(full_of(input)));
   }
   return inputs;
@@ -66,49 +44,12 @@ void call_module(int nlhs, mxArray* plhs[], int nrhs, const mxArray* prhs[]) {
   for (int i = 0; i < kept; ++i) plhs[i] = mx(slots[static_cast<std::size_t>(i)]);
 }
 
-/// Copies text into a fixed buffer, cut to fit: the buffer must outlive the
-/// exception the text came from, and must need no destructor, because
-/// Octave's error routine does not return.
-template <std::size_t N>
-void copy_text(char (&buffer)[N], const char* text) {
-  std::snprintf(buffer, N, "%s", text ? text : "");
-}
-
 }  // namespace
-
-void issue_warning(const char* identifier, const std::string& message) {
-  if (!at_exit_state().running) {
-    report_warning(identifier, message.c_str());
-    return;
-  }
-  try {
-    report_warning(identifier, message.c_str());
-  } catch (...) {
-    // warning('error', ...) made this an error; the closer must still go on.
-  }
-}
-
-void run_at_exit() {
-  AtExitState& state = at_exit_state();
-  std::vector<void (*)()> functions;
-  functions.swap(state.functions);
-  state.running = true;
-  for (auto* function : functions) {
-    try {
-      function();
-    } catch (...) {
-      // Octave is unloading the file: there is nobody left to report to.
-    }
-  }
-  state.running = false;
-}
 
 }  // namespace tiffgate::octave_host
 
 void zulAtExit(void (*function)()) {
-  auto& functions = tiffgate::octave_host::at_exit_state().functions;
-  if (std::find(functions.begin(), functions.end(), function) == functions.end())
-    functions.push_back(function);
+  tiffgate::octave_host::add_at_exit(function);
   // Octave keeps one exit function per MEX file; ours runs the whole list.
   mexAtExit(tiffgate::octave_host::run_at_exit);
 }

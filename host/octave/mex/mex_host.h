@@ -1,8 +1,9 @@
 #pragma once
-/// The Octave adapter's own pieces, shared by its two files: the module's
-/// opaque zvArray is Octave's mxArray, the at-exit list, and warnings.
+/// The MEX adapter's own pieces, shared by its two files: the module's
+/// opaque zvArray is Octave's mxArray.
 
 #include "host/host.h"
+#include "host/octave/adapter.h"
 #include "host/octave/messages.h"
 
 #include <mex.h>
@@ -20,14 +21,5 @@ inline const zvArray* zv(const mxArray* array) { return reinterpret_cast<const z
 /// The array itself, or for a sparse array a full copy: the data of a
 /// sparse array holds only its nonzeros, fewer than its element count says.
 const mxArray* full_of(const mxArray* array);
-
-/// Shows a warning through Octave's warning routine, so that lastwarn and
-/// warning('off', id) see it. While the at-exit list runs, a warning the
-/// user turned into an error is dropped rather than stop the closing.
-void issue_warning(const char* identifier, const std::string& message);
-
-/// Runs the functions given to zulAtExit, once each; Octave calls it when
-/// it clears the MEX file or exits.
-void run_at_exit();
 
 }  // namespace tiffgate::octave_host

@@ -1,4 +1,5 @@
-// The host boundary over Octave's MEX interface.
+// The host boundary over Octave's MEX interface (the MEX file, kept beside
+// the default oct-file to measure one against the other).
 //
 // Octave numbers its classes as host.h does, so classes pass through. Its
 // text is 8-bit and holds UTF-8: text the module reads as UTF-16 is decoded
@@ -9,7 +10,7 @@
 
 #include "gateway/text.h"
 #include "host/host.h"
-#include "host/octave/octave_host.h"
+#include "host/octave/mex/mex_host.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -45,16 +46,6 @@ std::vector<mwSize> mw_dims(std::size_t ndim, const std::size_t* dims) {
   if (out.empty()) out = {0, 0};
   if (out.size() < 2) out.push_back(1);
   return out;
-}
-
-std::size_t numel_of(const std::vector<mwSize>& dims) {
-  std::size_t n = 1;
-  for (mwSize d : dims) {
-    const auto extent = static_cast<std::size_t>(d);
-    if (extent != 0 && n > std::numeric_limits<std::size_t>::max() / extent) throw std::bad_alloc();
-    n *= extent;
-  }
-  return n;
 }
 
 mxArray* create_numeric(std::size_t ndim, const std::size_t* dims, zvClassID cls, bool zero) {
@@ -212,38 +203,13 @@ zvArray* zvCreateDoubleMatrix(std::size_t m, std::size_t n) {
   return zv(mxCreateDoubleMatrix(to_mw(m), to_mw(n), mxREAL));
 }
 
-// An Octave character is one byte, and Octave's text is UTF-8. Text whose
-// code units all lie below 256 (the module's XMLPacket is its bytes taken
-// as codes 0 to 255) keeps one character per code unit and its dimensions,
-// so bytes come back as the bytes they were. Other text is stored row by
-// row as UTF-8: the array becomes rows x K, K being the longest row's UTF-8
-// length, shorter rows padded with blanks as Octave's char() pads them; a
-// one-row text is simply its UTF-8 bytes.
+// See char_layout.
 zvArray* zvCreateCharArray(std::size_t ndim, const std::size_t* dims, const char16_t* text) {
-  const std::vector<mwSize> d = mw_dims(ndim, dims);
-  const std::size_t numel = numel_of(d);
-  const bool bytes = text == nullptr || std::all_of(text, text + numel, [](char16_t c) { return c < 0x100; });
-  if (bytes) {
-    mxArray* out = mxCreateCharArray(static_cast<mwSize>(d.size()), d.data());
-    if (text != nullptr && numel > 0)
-      std::transform(text, text + numel, mxGetChars(out), [](char16_t c) { return static_cast<mxChar>(c); });
-    return zv(out);
-  }
-  const std::size_t rows = static_cast<std::size_t>(d[0]);
-  const std::size_t columns = numel / rows;
-  std::vector<std::string> lines(rows);
-  std::size_t width = 0;
-  for (std::size_t r = 0; r < rows; ++r) {
-    std::u16string row(columns, u' ');
-    for (std::size_t c = 0; c < columns; ++c) row[c] = text[r + c * rows];
-    lines[r] = tiffgate::utf16_to_utf8(row);
-    width = std::max(width, lines[r].size());
-  }
-  const mwSize shape[2] = {to_mw(rows), to_mw(width)};
-  mxArray* out = mxCreateCharArray(2, shape);
-  mxChar* chars = mxGetChars(out);
-  for (std::size_t r = 0; r < rows; ++r)
-    for (std::size_t c = 0; c < width; ++c) chars[r + c * rows] = c < lines[r].size() ? lines[r][c] : ' ';
+  const tiffgate::octave_host::CharLayout layout =
+      tiffgate::octave_host::char_layout(std::vector<std::size_t>(dims, dims + ndim), text);
+  const std::vector<mwSize> d = mw_dims(layout.dims.size(), layout.dims.data());
+  mxArray* out = mxCreateCharArray(static_cast<mwSize>(d.size()), d.data());
+  std::copy(layout.chars.begin(), layout.chars.end(), mxGetChars(out));
   return zv(out);
 }
 
