@@ -250,7 +250,8 @@ void read_rows(const FileCase& f, std::uint16_t compression) {
 
 void write_rows(const FileCase& f, std::uint16_t compression) {
   const Layout l = layout_of(f);
-  const std::string key = std::string("file/write/") + f.name + (compression == COMPRESSION_NONE ? "/none" : "/deflate");
+  const std::string key =
+      std::string("file/write/") + f.name + (compression == COMPRESSION_NONE ? "/none" : "/deflate");
   auto data = std::make_shared<std::vector<unsigned char>>(chunk_data(f, l, 0));
   const std::string floorPath = file_path(f, compression, "-written-by-libtiff");
   const std::string floor = each(key + "/libtiff", [=] {

@@ -104,15 +104,22 @@ void scalar_columns_to_rows(const SourceView& in, std::size_t rows, std::size_t 
 /// `bits` samples of the region; later bits of the last byte are zero.
 void scalar_columns_to_bits(const SourceView& in, std::size_t rows, std::size_t first, std::size_t last,
                             std::size_t bits, const ChunkView& chunk, std::size_t rowBytes) {
+  // A bit with no source reads one zero byte over and over (step 0), so
+  // the loop over rows has no branch.
+  static const unsigned char kZero = 0;
   SourceWalk walk(in, chunk.samples, 8 * first);
   for (std::size_t b = first; b < last; ++b) {
     const unsigned char* src[8];
-    for (std::size_t p = 0; p < 8; ++p) src[p] = 8 * b + p < bits ? walk.next() : nullptr;
+    std::size_t step[8];
+    for (std::size_t p = 0; p < 8; ++p) {
+      const unsigned char* column = 8 * b + p < bits ? walk.next() : nullptr;
+      src[p] = column != nullptr ? column : &kZero;
+      step[p] = column != nullptr ? 1 : 0;
+    }
     unsigned char* dst = chunk.data + b;
     for (std::size_t r = 0; r < rows; ++r, dst += rowBytes) {
       unsigned byte = 0;
-      for (std::size_t p = 0; p < 8; ++p)
-        byte |= static_cast<unsigned>(src[p] != nullptr && src[p][r] != 0) << (7 - p);
+      for (std::size_t p = 0; p < 8; ++p) byte |= static_cast<unsigned>(src[p][r * step[p]] != 0) << (7 - p);
       *dst = static_cast<unsigned char>(byte);
     }
   }

@@ -183,7 +183,8 @@ void rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t
   constexpr std::size_t tall = 32 / sizeof(T);  // rows of a 32-byte block
   if (kept >= 2 && detail::with_block_width(elements * sizeof(T), [&](auto width) {
 #if TIFFGATE_HAVE_VECTOR32
-        if (I == Isa::vector32 && kept >= tall) return v32::blocks_to_columns<T, tall, decltype(width)::value>(chunk, stride, kept, out);
+        if (I == Isa::vector32 && kept >= tall)
+          return v32::blocks_to_columns<T, tall, decltype(width)::value>(chunk, stride, kept, out);
 #endif
         v16_blocks<T, decltype(width)::value>(chunk, stride, kept, out);
       }))

@@ -226,7 +226,8 @@ TEST(copy_kernels, element_packers_match_the_reference) {
             // chunk wider than it.
             for (std::size_t planes : {std::size_t{1}, spc, spc + 1})
               for (std::size_t extra : {0, 2}) {
-                const Bytes src = noise((rows + extra) * columns * planes * size, static_cast<unsigned>(rows + columns));
+                const Bytes src =
+                    noise((rows + extra) * columns * planes * size, static_cast<unsigned>(rows + columns));
                 const detail::HostView view{src.data(), rows + extra, columns, planes};
                 const Bytes before = noise((columns + extra) * (rows + extra) * spc * size, 99);
                 Bytes chunk = before;
