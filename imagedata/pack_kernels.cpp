@@ -22,29 +22,6 @@ struct SourceView {
   std::size_t planes;
 };
 
-/// The source column of element column j = c * samples + k of a chunk row,
-/// for j = first, first + 1, ...; null for an absent plane. No division per
-/// element, and offsets rather than pointers until one is handed out.
-class SourceWalk {
- public:
-  SourceWalk(const SourceView& in, std::size_t samples, std::size_t first)
-      : in_(in), samples_(samples), k_(first % samples), offset_(first / samples * in.column + k_ * in.plane) {}
-
-  const unsigned char* next() {
-    const unsigned char* here = k_ < in_.planes ? in_.data + offset_ : nullptr;
-    offset_ += in_.plane;
-    if (++k_ == samples_) {
-      k_ = 0;
-      offset_ += in_.column - samples_ * in_.plane;
-    }
-    return here;
-  }
-
- private:
-  SourceView in_;
-  std::size_t samples_, k_, offset_;
-};
-
 }  // namespace
 
 // The vector work, as in unpack_kernels.cpp: a 16-byte build and, on
@@ -88,13 +65,14 @@ template <class T>
 void scalar_columns_to_rows(const SourceView& in, std::size_t rows, std::size_t first, std::size_t last,
                             const ChunkView& chunk) {
   const std::size_t stride = chunk.width * chunk.samples * sizeof(T);
-  SourceWalk walk(in, chunk.samples, first);
+  ColumnWalk walk(in.column, in.plane, chunk.samples, in.planes, first);
   for (std::size_t j = first; j < last; ++j) {
-    const unsigned char* src = walk.next();
+    const std::size_t offset = walk.next();
     unsigned char* dst = chunk.data + j * sizeof(T);
-    if (src == nullptr) {
+    if (offset == BlockColumns::kAbsent) {
       for (std::size_t r = 0; r < rows; ++r, dst += stride) std::memset(dst, 0, sizeof(T));
     } else {
+      const unsigned char* src = in.data + offset;
       for (std::size_t r = 0; r < rows; ++r, src += sizeof(T), dst += stride) std::memcpy(dst, src, sizeof(T));
     }
   }
@@ -107,14 +85,15 @@ void scalar_columns_to_bits(const SourceView& in, std::size_t rows, std::size_t 
   // A bit with no source reads one zero byte over and over (step 0), so
   // the loop over rows has no branch.
   static const unsigned char kZero = 0;
-  SourceWalk walk(in, chunk.samples, 8 * first);
+  ColumnWalk walk(in.column, in.plane, chunk.samples, in.planes, 8 * first);
   for (std::size_t b = first; b < last; ++b) {
     const unsigned char* src[8];
     std::size_t step[8];
     for (std::size_t p = 0; p < 8; ++p) {
-      const unsigned char* column = 8 * b + p < bits ? walk.next() : nullptr;
-      src[p] = column != nullptr ? column : &kZero;
-      step[p] = column != nullptr ? 1 : 0;
+      const std::size_t offset = 8 * b + p < bits ? walk.next() : BlockColumns::kAbsent;
+      const bool present = offset != BlockColumns::kAbsent;
+      src[p] = present ? in.data + offset : &kZero;
+      step[p] = present ? 1 : 0;
     }
     unsigned char* dst = chunk.data + b;
     for (std::size_t r = 0; r < rows; ++r, dst += rowBytes) {

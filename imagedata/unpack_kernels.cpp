@@ -22,35 +22,6 @@ struct PlaneView {
   std::size_t samples;
 };
 
-/// The destination column of element column j = c * samples + k of a chunk
-/// row, for j = first, first + 1, ..., found without a division per element.
-/// Offsets rather than pointers, so that stepping past the last column is
-/// plain unsigned arithmetic.
-class ColumnWalk {
- public:
-  ColumnWalk(const PlaneView& view, std::size_t elementSize, std::size_t first)
-      : data_(view.data),
-        column_(view.rows * elementSize),
-        plane_(view.rows * view.columns * elementSize),
-        samples_(view.samples),
-        k_(first % view.samples),
-        offset_(first / view.samples * column_ + k_ * plane_) {}
-
-  unsigned char* next() {
-    unsigned char* here = data_ + offset_;
-    offset_ += plane_;
-    if (++k_ == samples_) {
-      k_ = 0;
-      offset_ += column_ - samples_ * plane_;
-    }
-    return here;
-  }
-
- private:
-  unsigned char* data_;
-  std::size_t column_, plane_, samples_, k_, offset_;
-};
-
 }  // namespace
 
 // The vector work, once with 16-byte vectors and, on x86-64, once more with
@@ -108,9 +79,9 @@ void zero_rows(T* out, std::size_t rows, std::size_t columns, std::size_t from) 
 template <class T>
 void scalar_rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, std::size_t first,
                             std::size_t last, const PlaneView& out) {
-  ColumnWalk walk(out, sizeof(T), first);
+  detail::ColumnWalk walk(out.rows * sizeof(T), out.rows * out.columns * sizeof(T), out.samples, out.samples, first);
   for (std::size_t j = first; j < last; ++j) {
-    unsigned char* dst = walk.next();
+    unsigned char* dst = out.data + walk.next();
     const unsigned char* src = chunk + j * sizeof(T);
     for (std::size_t r = 0; r < kept; ++r, src += stride, dst += sizeof(T)) std::memcpy(dst, src, sizeof(T));
   }
@@ -119,9 +90,9 @@ void scalar_rows_to_columns(const unsigned char* chunk, std::size_t stride, std:
 /// The same for 1-bit samples: bit j of each row, most significant first.
 void scalar_bits_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, std::size_t first,
                             std::size_t last, const PlaneView& out) {
-  ColumnWalk walk(out, 1, first);
+  detail::ColumnWalk walk(out.rows, out.rows * out.columns, out.samples, out.samples, first);
   for (std::size_t j = first; j < last; ++j) {
-    unsigned char* dst = walk.next();
+    unsigned char* dst = out.data + walk.next();
     const unsigned char* src = chunk + (j >> 3);
     const unsigned shift = 7 - static_cast<unsigned>(j & 7);
     for (std::size_t r = 0; r < kept; ++r, src += stride) dst[r] = (*src >> shift) & 1;
