@@ -7,6 +7,9 @@
 #include <cstring>  // std::memcpy
 #include <initializer_list>
 #include <utility>
+#if defined(__x86_64__)
+#include <immintrin.h>  // non-temporal stores
+#endif
 
 namespace tiffgate::detail {
 namespace {

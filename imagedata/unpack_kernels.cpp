@@ -7,6 +7,9 @@
 #include <cstring>
 #include <iterator>  // std::size
 #include <utility>
+#if defined(__x86_64__)
+#include <immintrin.h>  // non-temporal stores
+#endif
 
 namespace tiffgate {
 namespace {
@@ -152,12 +155,20 @@ void rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t
   const std::size_t elements = out.columns * out.samples;
   if (kept == 0 || elements == 0) return;
   constexpr std::size_t tall = 32 / sizeof(T);  // rows of a 32-byte block
+  const bool lines = kept % (64 / sizeof(T)) == 0 && out.rows * sizeof(T) % 64 == 0 &&
+                     reinterpret_cast<std::uintptr_t>(out.data) % 64 == 0;
   if (kept >= 2 && detail::with_block_width(elements * sizeof(T), [&](auto width) {
+        constexpr std::size_t W = decltype(width)::value;
 #if TIFFGATE_HAVE_VECTOR32
-        if (I == Isa::vector32 && kept >= tall)
-          return v32::blocks_to_columns<T, tall, decltype(width)::value>(chunk, stride, kept, out);
+        if (I == Isa::vector32 && lines) {
+          if (sizeof(T) >= 4 && elements * sizeof(T) >= 256)
+            return v32::blocks_to_lines<T, tall, 256>(chunk, stride, kept, out);
+          return v32::blocks_to_lines<T, tall, W>(chunk, stride, kept, out);
+        }
+        if (I == Isa::vector32 && kept >= tall) return v32::blocks_to_columns<T, tall, W>(chunk, stride, kept, out);
 #endif
-        v16_blocks<T, decltype(width)::value>(chunk, stride, kept, out);
+        if (lines) return v16::blocks_to_lines<T, 16 / sizeof(T), W>(chunk, stride, kept, out);
+        v16_blocks<T, W>(chunk, stride, kept, out);
       }))
     return;
   if (out.rows == 1 && deinterleave<T, I>(chunk, out)) return;
