@@ -200,12 +200,15 @@ void pack_bits_with(const HostView& source, std::size_t rows, std::size_t column
 /// Unit rows in bands, and within a band unit column by unit column, so
 /// that the Y columns are read in order. Clamping to Y's own extent keeps
 /// every read inside the array when the data's rows or columns are not
-/// multiples of the subsampling (the edge sample repeats).
-template <std::size_t Bytes>
-void pack_ycbcr(const HostView& y, const HostView& cb, const HostView& cr, std::size_t rows, std::size_t columns,
-                Subsampling subsampling, const ChunkView& chunk) {
-  const std::size_t h = subsampling.horizontal;
-  const std::size_t v = subsampling.vertical;
+/// multiples of the subsampling (the edge sample repeats); units wholly
+/// inside it need no clamping. Hc and Vc are the subsampling when known at
+/// compile time (0: read from the argument), so that a whole unit's loops
+/// have constant trip counts.
+template <std::size_t Bytes, std::size_t Hc, std::size_t Vc>
+void pack_ycbcr_with(const HostView& y, const HostView& cb, const HostView& cr, std::size_t rows,
+                     std::size_t columns, Subsampling subsampling, const ChunkView& chunk) {
+  const std::size_t h = Hc ? Hc : subsampling.horizontal;
+  const std::size_t v = Vc ? Vc : subsampling.vertical;
   const std::size_t unitBytes = (h * v + 2) * Bytes;
   const std::size_t rowBytes = ycbcr_units_per_row(chunk.width, subsampling) * unitBytes;
   const std::size_t unitRows = ceil_div(rows, v);
@@ -213,22 +216,52 @@ void pack_ycbcr(const HostView& y, const HostView& cb, const HostView& cr, std::
   if (unitRows == 0 || unitColumns == 0) return;
   const std::size_t lastRow = y.rows - 1;
   const std::size_t lastColumn = y.columns - 1;
-  constexpr std::size_t kBandUnits = 16;
+  const std::size_t wholeRows = y.rows / v, wholeColumns = y.columns / h;
+  constexpr std::size_t kBandUnits = 8;
   for (std::size_t top = 0; top < unitRows; top += kBandUnits) {
     const std::size_t bottom = std::min(top + kBandUnits, unitRows);
+    const std::size_t wholeBottom = std::min(bottom, std::max(top, wholeRows));
     for (std::size_t uc = 0; uc < unitColumns; ++uc) {
-      for (std::size_t ur = top; ur < bottom; ++ur) {
+      std::size_t ur = top;
+      if (uc < wholeColumns) {
+        for (; ur < wholeBottom; ++ur) {
+          unsigned char* out = chunk.data + ur * rowBytes + uc * unitBytes;
+          const unsigned char* luma = y.data + (ur * v + uc * h * y.rows) * Bytes;
+          for (std::size_t dy = 0; dy < v; ++dy)
+            for (std::size_t dx = 0; dx < h; ++dx, out += Bytes)
+              std::memcpy(out, luma + (dy + dx * y.rows) * Bytes, Bytes);
+        }
+      }
+      for (; ur < bottom; ++ur) {
         unsigned char* out = chunk.data + ur * rowBytes + uc * unitBytes;
         for (std::size_t dy = 0; dy < v; ++dy) {
           const unsigned char* row = y.data + std::min(ur * v + dy, lastRow) * Bytes;
           for (std::size_t dx = 0; dx < h; ++dx, out += Bytes)
             std::memcpy(out, row + std::min(uc * h + dx, lastColumn) * y.rows * Bytes, Bytes);
         }
+      }
+      for (ur = top; ur < bottom; ++ur) {
+        unsigned char* out = chunk.data + ur * rowBytes + uc * unitBytes + h * v * Bytes;
         std::memcpy(out, cb.data + (ur + uc * cb.rows) * Bytes, Bytes);
         std::memcpy(out + Bytes, cr.data + (ur + uc * cr.rows) * Bytes, Bytes);
       }
     }
   }
+}
+
+/// The packer for the subsampling's factors: a build for each of 1, 2 and 4
+/// in either direction; any other with run-time loops.
+template <std::size_t Bytes>
+void pack_ycbcr(const HostView& y, const HostView& cb, const HostView& cr, std::size_t rows, std::size_t columns,
+                Subsampling subsampling, const ChunkView& chunk) {
+  static constexpr YCbCrPacker kBuilds[3][3] = {
+      {pack_ycbcr_with<Bytes, 1, 1>, pack_ycbcr_with<Bytes, 1, 2>, pack_ycbcr_with<Bytes, 1, 4>},
+      {pack_ycbcr_with<Bytes, 2, 1>, pack_ycbcr_with<Bytes, 2, 2>, pack_ycbcr_with<Bytes, 2, 4>},
+      {pack_ycbcr_with<Bytes, 4, 1>, pack_ycbcr_with<Bytes, 4, 2>, pack_ycbcr_with<Bytes, 4, 4>}};
+  const auto index = [](std::size_t factor) { return factor == 1 ? 0 : factor == 2 ? 1 : factor == 4 ? 2 : 3; };
+  const std::size_t i = index(subsampling.horizontal), j = index(subsampling.vertical);
+  const YCbCrPacker run = i < 3 && j < 3 ? kBuilds[i][j] : pack_ycbcr_with<Bytes, 0, 0>;
+  run(y, cb, cr, rows, columns, subsampling, chunk);
 }
 
 template <Isa I>

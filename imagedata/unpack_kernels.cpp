@@ -227,36 +227,70 @@ void unpack_bits_with(const unsigned char* chunk, std::size_t bytes, const Chunk
 /// Y, Cb and Cr of unit rows [0, kept). Bands of unit rows, and within a
 /// band unit column by unit column, so each Y column is written in order;
 /// the units at the right and bottom edges keep only what lies inside.
-template <class T>
-void unpack_ycbcr(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, Subsampling f,
-                  void* yPlane, void* cbPlane, void* crPlane) {
+/// Hc and Vc are the subsampling when known at compile time (0: read from
+/// f), so that a whole unit's loops have constant trip counts.
+template <class T, std::size_t Hc, std::size_t Vc>
+void unpack_ycbcr_with(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, Subsampling f,
+                       void* yPlane, void* cbPlane, void* crPlane) {
   T* y = static_cast<T*>(yPlane);
   T* cb = static_cast<T*>(cbPlane);
   T* cr = static_cast<T*>(crPlane);
-  const std::size_t h = f.horizontal, v = f.vertical, m = shape.rows, n = shape.columns;
+  const std::size_t h = Hc ? Hc : f.horizontal, v = Vc ? Vc : f.vertical, m = shape.rows, n = shape.columns;
   const std::size_t cm = chroma_extent(m, v), cn = chroma_extent(n, h);
   const std::size_t lumaPerUnit = h * v, unit = (lumaPerUnit + 2) * sizeof(T);
   const std::size_t stride = chroma_extent(shape.width, h) * unit;  // units per chunk row, rounded up
   const std::size_t kept = readable_rows(bytes, stride, cn * unit, cm);
-  constexpr std::size_t kBandUnits = 16;
+  // Units wholly inside the kept rows and columns; the others are cut.
+  const std::size_t wholeRows = m / v, wholeColumns = n / h;
+  constexpr std::size_t kBandUnits = 8;
   for (std::size_t top = 0; top < kept; top += kBandUnits) {
     const std::size_t bottom = std::min(top + kBandUnits, kept);
+    const std::size_t wholeBottom = std::min(bottom, std::max(top, wholeRows));
     for (std::size_t uc = 0; uc < cn; ++uc) {
-      const std::size_t col0 = uc * h, cols = std::min(h, n - col0);
-      for (std::size_t ur = top; ur < bottom; ++ur) {
+      const std::size_t col0 = uc * h;
+      std::size_t ur = top;
+      if (uc < wholeColumns) {
+        for (; ur < wholeBottom; ++ur) {
+          const unsigned char* src = chunk + ur * stride + uc * unit;
+          T* luma = y + ur * v + col0 * m;
+          for (std::size_t kv = 0; kv < v; ++kv)
+            for (std::size_t kh = 0; kh < h; ++kh) luma[kv + kh * m] = load<T>(src + (kv * h + kh) * sizeof(T));
+        }
+      }
+      const std::size_t cols = std::min(h, n - col0);
+      for (; ur < bottom; ++ur) {
         const unsigned char* src = chunk + ur * stride + uc * unit;
-        const std::size_t row0 = ur * v, rows = std::min(v, m - row0);
+        T* luma = y + ur * v + col0 * m;
+        const std::size_t rows = std::min(v, m - ur * v);
         for (std::size_t kv = 0; kv < rows; ++kv)
-          for (std::size_t kh = 0; kh < cols; ++kh)
-            y[row0 + kv + (col0 + kh) * m] = load<T>(src + (kv * h + kh) * sizeof(T));
-        cb[ur + uc * cm] = load<T>(src + lumaPerUnit * sizeof(T));
-        cr[ur + uc * cm] = load<T>(src + (lumaPerUnit + 1) * sizeof(T));
+          for (std::size_t kh = 0; kh < cols; ++kh) luma[kv + kh * m] = load<T>(src + (kv * h + kh) * sizeof(T));
+      }
+      for (ur = top; ur < bottom; ++ur) {
+        const unsigned char* src = chunk + ur * stride + uc * unit + lumaPerUnit * sizeof(T);
+        cb[ur + uc * cm] = load<T>(src);
+        cr[ur + uc * cm] = load<T>(src + sizeof(T));
       }
     }
   }
   zero_rows(y, m, n, std::min(m, kept * v));
   zero_rows(cb, cm, cn, kept);
   zero_rows(cr, cm, cn, kept);
+}
+
+/// The unpacker for f's factors: a build for each of 1, 2 and 4 in either
+/// direction, the loops over a unit unrolled; any other with run-time loops.
+template <class T>
+void unpack_ycbcr(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, Subsampling f,
+                  void* yPlane, void* cbPlane, void* crPlane) {
+  using Unpacker = void (*)(const unsigned char*, std::size_t, const ChunkShape&, Subsampling, void*, void*, void*);
+  static constexpr Unpacker kBuilds[3][3] = {
+      {unpack_ycbcr_with<T, 1, 1>, unpack_ycbcr_with<T, 1, 2>, unpack_ycbcr_with<T, 1, 4>},
+      {unpack_ycbcr_with<T, 2, 1>, unpack_ycbcr_with<T, 2, 2>, unpack_ycbcr_with<T, 2, 4>},
+      {unpack_ycbcr_with<T, 4, 1>, unpack_ycbcr_with<T, 4, 2>, unpack_ycbcr_with<T, 4, 4>}};
+  const auto index = [](std::size_t factor) { return factor == 1 ? 0 : factor == 2 ? 1 : factor == 4 ? 2 : 3; };
+  const std::size_t i = index(f.horizontal), j = index(f.vertical);
+  const Unpacker run = i < 3 && j < 3 ? kBuilds[i][j] : unpack_ycbcr_with<T, 0, 0>;
+  run(chunk, bytes, shape, f, yPlane, cbPlane, crPlane);
 }
 
 // Indexed by element size; sizes 0, 3, 5, 6 and 7 have no kernel.
