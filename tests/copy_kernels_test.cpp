@@ -240,6 +240,25 @@ TEST(copy_kernels, element_packers_match_the_reference) {
               }
 }
 
+// Chunks over a megabyte of wide elements are filled in wider blocks.
+TEST(copy_kernels, packers_into_large_chunks_match_the_reference) {
+  for (Isa isa : isas())
+    for (std::size_t size : {4, 8})
+      for (std::size_t spc : {1, 3, 5})
+        for (std::size_t rows : {9, 67})
+          for (std::size_t planes : {std::size_t{1}, spc + 1}) {
+            const std::size_t columns = 3001, width = columns + 2;
+            const Bytes src = noise(rows * columns * planes * size, static_cast<unsigned>(rows + spc));
+            const detail::HostView view{src.data(), rows, columns, planes};
+            const Bytes before = noise(width * rows * spc * size, 17);
+            Bytes chunk = before;
+            const detail::ChunkView out{chunk.data(), width, spc};
+            detail::element_packer(size, spc, isa)(view, rows, columns, out);
+            ASSERT_EQ(chunk, reference_pack(src, view, rows, columns, out, before, size))
+                << describe_pack(isa, size, view, rows, columns, out);
+          }
+}
+
 TEST(copy_kernels, bit_packers_match_the_reference) {
   const std::size_t columns[] = {1, 9, 127, 129, 300, 511, 512, 513, 700, 1100};
   for (Isa isa : isas())
