@@ -23,7 +23,9 @@ using detail::Isa;
 /// with a pattern so that no page is left untouched.
 class Buffer {
  public:
-  explicit Buffer(std::size_t bytes) : size_(bytes), data_(static_cast<unsigned char*>(std::aligned_alloc(64, (bytes + 63) / 64 * 64))) {
+  explicit Buffer(std::size_t bytes)
+      : size_(bytes), data_(static_cast<unsigned char*>(std::aligned_alloc(64, (bytes + 63) / 64 * 64))) {
+    if (!data_) std::abort();
     for (std::size_t i = 0; i < bytes; ++i) data_.get()[i] = static_cast<unsigned char>(i * 2654435761u >> 13);
   }
   unsigned char* data() const { return data_.get(); }
@@ -100,7 +102,8 @@ void element_rows(const char* section, Isa isa, std::size_t size, std::size_t sa
                   double target) {
   const std::size_t bytes = g.width * g.length * samples * size;
   const std::size_t image = image_bytes(samples * size);
-  const std::string what = std::string(type_name(size)) + (samples == 1 ? " separate" : " x" + std::to_string(samples)) +
+  const std::string what = std::string(type_name(size)) +
+                           (samples == 1 ? " separate" : " x" + std::to_string(samples)) +
                            ", " + geometry_text(g) + (isa == Isa::vector16 ? ", 16-byte" : "");
   const std::string key = std::string(type_name(size)) + "x" + std::to_string(samples) + "/" + g.name + "/" +
                           std::to_string(g.width) + "x" + std::to_string(g.length) + "/v" + isa_name(isa);

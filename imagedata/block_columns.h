@@ -75,4 +75,34 @@ class BlockColumns {
   std::size_t* table_;
 };
 
+/// The offsets of element columns first, first + 1, ... one at a time, for
+/// the scalar code at the edges: the same places as BlockColumns, with no
+/// division per element. Offsets rather than pointers, so that stepping
+/// past the last column is plain unsigned arithmetic.
+class ColumnWalk {
+ public:
+  ColumnWalk(std::size_t column, std::size_t plane, std::size_t samples, std::size_t planes, std::size_t first)
+      : column_(column),
+        plane_(plane),
+        samples_(samples),
+        planes_(planes),
+        k_(first % samples),
+        offset_(first / samples * column + k_ * plane) {}
+
+  /// The next column's offset, or BlockColumns::kAbsent for a plane the
+  /// host array lacks.
+  std::size_t next() {
+    const std::size_t here = k_ < planes_ ? offset_ : BlockColumns::kAbsent;
+    offset_ += plane_;
+    if (++k_ == samples_) {
+      k_ = 0;
+      offset_ += column_ - samples_ * plane_;
+    }
+    return here;
+  }
+
+ private:
+  std::size_t column_, plane_, samples_, planes_, k_, offset_;
+};
+
 }  // namespace tiffgate::detail

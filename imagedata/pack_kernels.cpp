@@ -7,6 +7,9 @@
 #include <cstring>  // std::memcpy
 #include <initializer_list>
 #include <utility>
+#if defined(__x86_64__)
+#include <immintrin.h>  // non-temporal stores
+#endif
 
 namespace tiffgate::detail {
 namespace {
@@ -20,29 +23,6 @@ struct SourceView {
   std::size_t plane;
   std::size_t columns;
   std::size_t planes;
-};
-
-/// The source column of element column j = c * samples + k of a chunk row,
-/// for j = first, first + 1, ...; null for an absent plane. No division per
-/// element, and offsets rather than pointers until one is handed out.
-class SourceWalk {
- public:
-  SourceWalk(const SourceView& in, std::size_t samples, std::size_t first)
-      : in_(in), samples_(samples), k_(first % samples), offset_(first / samples * in.column + k_ * in.plane) {}
-
-  const unsigned char* next() {
-    const unsigned char* here = k_ < in_.planes ? in_.data + offset_ : nullptr;
-    offset_ += in_.plane;
-    if (++k_ == samples_) {
-      k_ = 0;
-      offset_ += in_.column - samples_ * in_.plane;
-    }
-    return here;
-  }
-
- private:
-  SourceView in_;
-  std::size_t samples_, k_, offset_;
 };
 
 }  // namespace
@@ -88,13 +68,14 @@ template <class T>
 void scalar_columns_to_rows(const SourceView& in, std::size_t rows, std::size_t first, std::size_t last,
                             const ChunkView& chunk) {
   const std::size_t stride = chunk.width * chunk.samples * sizeof(T);
-  SourceWalk walk(in, chunk.samples, first);
+  ColumnWalk walk(in.column, in.plane, chunk.samples, in.planes, first);
   for (std::size_t j = first; j < last; ++j) {
-    const unsigned char* src = walk.next();
+    const std::size_t offset = walk.next();
     unsigned char* dst = chunk.data + j * sizeof(T);
-    if (src == nullptr) {
+    if (offset == BlockColumns::kAbsent) {
       for (std::size_t r = 0; r < rows; ++r, dst += stride) std::memset(dst, 0, sizeof(T));
     } else {
+      const unsigned char* src = in.data + offset;
       for (std::size_t r = 0; r < rows; ++r, src += sizeof(T), dst += stride) std::memcpy(dst, src, sizeof(T));
     }
   }
@@ -104,15 +85,23 @@ void scalar_columns_to_rows(const SourceView& in, std::size_t rows, std::size_t 
 /// `bits` samples of the region; later bits of the last byte are zero.
 void scalar_columns_to_bits(const SourceView& in, std::size_t rows, std::size_t first, std::size_t last,
                             std::size_t bits, const ChunkView& chunk, std::size_t rowBytes) {
-  SourceWalk walk(in, chunk.samples, 8 * first);
+  // A bit with no source reads one zero byte over and over (step 0), so
+  // the loop over rows has no branch.
+  static const unsigned char kZero = 0;
+  ColumnWalk walk(in.column, in.plane, chunk.samples, in.planes, 8 * first);
   for (std::size_t b = first; b < last; ++b) {
     const unsigned char* src[8];
-    for (std::size_t p = 0; p < 8; ++p) src[p] = 8 * b + p < bits ? walk.next() : nullptr;
+    std::size_t step[8];
+    for (std::size_t p = 0; p < 8; ++p) {
+      const std::size_t offset = 8 * b + p < bits ? walk.next() : BlockColumns::kAbsent;
+      const bool present = offset != BlockColumns::kAbsent;
+      src[p] = present ? in.data + offset : &kZero;
+      step[p] = present ? 1 : 0;
+    }
     unsigned char* dst = chunk.data + b;
     for (std::size_t r = 0; r < rows; ++r, dst += rowBytes) {
       unsigned byte = 0;
-      for (std::size_t p = 0; p < 8; ++p)
-        byte |= static_cast<unsigned>(src[p] != nullptr && src[p][r] != 0) << (7 - p);
+      for (std::size_t p = 0; p < 8; ++p) byte |= static_cast<unsigned>(src[p][r * step[p]] != 0) << (7 - p);
       *dst = static_cast<unsigned char>(byte);
     }
   }
@@ -172,10 +161,18 @@ void pack_elements(const HostView& source, std::size_t rows, std::size_t columns
   const SourceView in{source.data, source.rows * sizeof(T), source.rows * source.columns * sizeof(T), columns,
                       std::min(source.planes, chunk.samples)};
   const std::size_t elements = columns * chunk.samples;
+  const std::size_t stride = chunk.width * chunk.samples * sizeof(T);
   if (rows >= 2 && with_block_width(elements * sizeof(T), [&](auto width) {
 #if TIFFGATE_HAVE_VECTOR32
-        if (I == Isa::vector32 && rows >= 2 * lane)
+        // Bytes whose 32-byte blocks would go through the buffer go faster
+        // through 16-byte ones (measured): half the rows in flight.
+        if (I == Isa::vector32 && rows >= 2 * lane && !(sizeof(T) == 1 && crowded(stride, 2 * lane, 2))) {
+          // Wide elements of a chunk beyond the nearer caches: four lines
+          // of each chunk row a visit rather than one (measured).
+          if (sizeof(T) >= 4 && elements * sizeof(T) >= 256 && rows * stride > (std::size_t{1} << 20))
+            return v32::columns_to_blocks<T, 2 * lane, 256>(in, rows, chunk);
           return v32::columns_to_blocks<T, 2 * lane, decltype(width)::value>(in, rows, chunk);
+        }
 #endif
         v16_blocks<T, decltype(width)::value>(in, rows, chunk);
       }))
@@ -208,12 +205,15 @@ void pack_bits_with(const HostView& source, std::size_t rows, std::size_t column
 /// Unit rows in bands, and within a band unit column by unit column, so
 /// that the Y columns are read in order. Clamping to Y's own extent keeps
 /// every read inside the array when the data's rows or columns are not
-/// multiples of the subsampling (the edge sample repeats).
-template <std::size_t Bytes>
-void pack_ycbcr(const HostView& y, const HostView& cb, const HostView& cr, std::size_t rows, std::size_t columns,
-                Subsampling subsampling, const ChunkView& chunk) {
-  const std::size_t h = subsampling.horizontal;
-  const std::size_t v = subsampling.vertical;
+/// multiples of the subsampling (the edge sample repeats); units wholly
+/// inside it need no clamping. Hc and Vc are the subsampling when known at
+/// compile time (0: read from the argument), so that a whole unit's loops
+/// have constant trip counts.
+template <std::size_t Bytes, std::size_t Hc, std::size_t Vc>
+void pack_ycbcr_with(const HostView& y, const HostView& cb, const HostView& cr, std::size_t rows,
+                     std::size_t columns, Subsampling subsampling, const ChunkView& chunk) {
+  const std::size_t h = Hc ? Hc : subsampling.horizontal;
+  const std::size_t v = Vc ? Vc : subsampling.vertical;
   const std::size_t unitBytes = (h * v + 2) * Bytes;
   const std::size_t rowBytes = ycbcr_units_per_row(chunk.width, subsampling) * unitBytes;
   const std::size_t unitRows = ceil_div(rows, v);
@@ -221,22 +221,52 @@ void pack_ycbcr(const HostView& y, const HostView& cb, const HostView& cr, std::
   if (unitRows == 0 || unitColumns == 0) return;
   const std::size_t lastRow = y.rows - 1;
   const std::size_t lastColumn = y.columns - 1;
-  constexpr std::size_t kBandUnits = 16;
+  const std::size_t wholeRows = y.rows / v, wholeColumns = y.columns / h;
+  constexpr std::size_t kBandUnits = 8;
   for (std::size_t top = 0; top < unitRows; top += kBandUnits) {
     const std::size_t bottom = std::min(top + kBandUnits, unitRows);
+    const std::size_t wholeBottom = std::min(bottom, std::max(top, wholeRows));
     for (std::size_t uc = 0; uc < unitColumns; ++uc) {
-      for (std::size_t ur = top; ur < bottom; ++ur) {
+      std::size_t ur = top;
+      if (uc < wholeColumns) {
+        for (; ur < wholeBottom; ++ur) {
+          unsigned char* out = chunk.data + ur * rowBytes + uc * unitBytes;
+          const unsigned char* luma = y.data + (ur * v + uc * h * y.rows) * Bytes;
+          for (std::size_t dy = 0; dy < v; ++dy)
+            for (std::size_t dx = 0; dx < h; ++dx, out += Bytes)
+              std::memcpy(out, luma + (dy + dx * y.rows) * Bytes, Bytes);
+        }
+      }
+      for (; ur < bottom; ++ur) {
         unsigned char* out = chunk.data + ur * rowBytes + uc * unitBytes;
         for (std::size_t dy = 0; dy < v; ++dy) {
           const unsigned char* row = y.data + std::min(ur * v + dy, lastRow) * Bytes;
           for (std::size_t dx = 0; dx < h; ++dx, out += Bytes)
             std::memcpy(out, row + std::min(uc * h + dx, lastColumn) * y.rows * Bytes, Bytes);
         }
+      }
+      for (ur = top; ur < bottom; ++ur) {
+        unsigned char* out = chunk.data + ur * rowBytes + uc * unitBytes + h * v * Bytes;
         std::memcpy(out, cb.data + (ur + uc * cb.rows) * Bytes, Bytes);
         std::memcpy(out + Bytes, cr.data + (ur + uc * cr.rows) * Bytes, Bytes);
       }
     }
   }
+}
+
+/// The packer for the subsampling's factors: a build for each of 1, 2 and 4
+/// in either direction; any other with run-time loops.
+template <std::size_t Bytes>
+void pack_ycbcr(const HostView& y, const HostView& cb, const HostView& cr, std::size_t rows, std::size_t columns,
+                Subsampling subsampling, const ChunkView& chunk) {
+  static constexpr YCbCrPacker kBuilds[3][3] = {
+      {pack_ycbcr_with<Bytes, 1, 1>, pack_ycbcr_with<Bytes, 1, 2>, pack_ycbcr_with<Bytes, 1, 4>},
+      {pack_ycbcr_with<Bytes, 2, 1>, pack_ycbcr_with<Bytes, 2, 2>, pack_ycbcr_with<Bytes, 2, 4>},
+      {pack_ycbcr_with<Bytes, 4, 1>, pack_ycbcr_with<Bytes, 4, 2>, pack_ycbcr_with<Bytes, 4, 4>}};
+  const auto index = [](std::size_t factor) { return factor == 1 ? 0 : factor == 2 ? 1 : factor == 4 ? 2 : 3; };
+  const std::size_t i = index(subsampling.horizontal), j = index(subsampling.vertical);
+  const YCbCrPacker run = i < 3 && j < 3 ? kBuilds[i][j] : pack_ycbcr_with<Bytes, 0, 0>;
+  run(y, cb, cr, rows, columns, subsampling, chunk);
 }
 
 template <Isa I>

@@ -56,10 +56,10 @@ std::size_t element_chunk_bytes(std::size_t width, std::size_t length, std::size
 /// Rows start at multiples of bit_row_bytes; sample k of column c is bit
 /// c * samples + k of its row, most significant bit first, set for a
 /// nonzero source byte. Each row's region is written in whole bytes: the
-/// bits of its last byte past the region come out zero. The source is read with a column stride of `rows`
-/// (the rows written), not source.rows: with more source rows than the
-/// chunk takes, values come from shifted positions. That is the
-/// established behaviour of this command and is kept.
+/// bits of its last byte past the region come out zero. The source is read
+/// with a column stride of `rows` (the rows written), not source.rows: with
+/// more source rows than the chunk takes, values come from shifted
+/// positions. That is the established behaviour of this command and is kept.
 void pack_bits(const HostView& source, std::size_t rows, std::size_t columns, const ChunkView& chunk);
 using BitPacker = void (*)(const HostView& source, std::size_t rows, std::size_t columns, const ChunkView& chunk);
 BitPacker bit_packer(Isa isa);

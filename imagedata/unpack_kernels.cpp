@@ -7,6 +7,9 @@
 #include <cstring>
 #include <iterator>  // std::size
 #include <utility>
+#if defined(__x86_64__)
+#include <immintrin.h>  // non-temporal stores
+#endif
 
 namespace tiffgate {
 namespace {
@@ -20,35 +23,6 @@ struct PlaneView {
   std::size_t rows;
   std::size_t columns;
   std::size_t samples;
-};
-
-/// The destination column of element column j = c * samples + k of a chunk
-/// row, for j = first, first + 1, ..., found without a division per element.
-/// Offsets rather than pointers, so that stepping past the last column is
-/// plain unsigned arithmetic.
-class ColumnWalk {
- public:
-  ColumnWalk(const PlaneView& view, std::size_t elementSize, std::size_t first)
-      : data_(view.data),
-        column_(view.rows * elementSize),
-        plane_(view.rows * view.columns * elementSize),
-        samples_(view.samples),
-        k_(first % view.samples),
-        offset_(first / view.samples * column_ + k_ * plane_) {}
-
-  unsigned char* next() {
-    unsigned char* here = data_ + offset_;
-    offset_ += plane_;
-    if (++k_ == samples_) {
-      k_ = 0;
-      offset_ += column_ - samples_ * plane_;
-    }
-    return here;
-  }
-
- private:
-  unsigned char* data_;
-  std::size_t column_, plane_, samples_, k_, offset_;
 };
 
 }  // namespace
@@ -108,9 +82,9 @@ void zero_rows(T* out, std::size_t rows, std::size_t columns, std::size_t from) 
 template <class T>
 void scalar_rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, std::size_t first,
                             std::size_t last, const PlaneView& out) {
-  ColumnWalk walk(out, sizeof(T), first);
+  detail::ColumnWalk walk(out.rows * sizeof(T), out.rows * out.columns * sizeof(T), out.samples, out.samples, first);
   for (std::size_t j = first; j < last; ++j) {
-    unsigned char* dst = walk.next();
+    unsigned char* dst = out.data + walk.next();
     const unsigned char* src = chunk + j * sizeof(T);
     for (std::size_t r = 0; r < kept; ++r, src += stride, dst += sizeof(T)) std::memcpy(dst, src, sizeof(T));
   }
@@ -119,9 +93,9 @@ void scalar_rows_to_columns(const unsigned char* chunk, std::size_t stride, std:
 /// The same for 1-bit samples: bit j of each row, most significant first.
 void scalar_bits_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, std::size_t first,
                             std::size_t last, const PlaneView& out) {
-  ColumnWalk walk(out, 1, first);
+  detail::ColumnWalk walk(out.rows, out.rows * out.columns, out.samples, out.samples, first);
   for (std::size_t j = first; j < last; ++j) {
-    unsigned char* dst = walk.next();
+    unsigned char* dst = out.data + walk.next();
     const unsigned char* src = chunk + (j >> 3);
     const unsigned shift = 7 - static_cast<unsigned>(j & 7);
     for (std::size_t r = 0; r < kept; ++r, src += stride) dst[r] = (*src >> shift) & 1;
@@ -181,11 +155,20 @@ void rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t
   const std::size_t elements = out.columns * out.samples;
   if (kept == 0 || elements == 0) return;
   constexpr std::size_t tall = 32 / sizeof(T);  // rows of a 32-byte block
+  const bool lines = kept % (64 / sizeof(T)) == 0 && out.rows * sizeof(T) % 64 == 0 &&
+                     reinterpret_cast<std::uintptr_t>(out.data) % 64 == 0;
   if (kept >= 2 && detail::with_block_width(elements * sizeof(T), [&](auto width) {
+        constexpr std::size_t W = decltype(width)::value;
 #if TIFFGATE_HAVE_VECTOR32
-        if (I == Isa::vector32 && kept >= tall) return v32::blocks_to_columns<T, tall, decltype(width)::value>(chunk, stride, kept, out);
+        if (I == Isa::vector32 && lines) {
+          if (sizeof(T) >= 4 && elements * sizeof(T) >= 256)
+            return v32::blocks_to_lines<T, tall, 256>(chunk, stride, kept, out);
+          return v32::blocks_to_lines<T, tall, W>(chunk, stride, kept, out);
+        }
+        if (I == Isa::vector32 && kept >= tall) return v32::blocks_to_columns<T, tall, W>(chunk, stride, kept, out);
 #endif
-        v16_blocks<T, decltype(width)::value>(chunk, stride, kept, out);
+        if (lines) return v16::blocks_to_lines<T, 16 / sizeof(T), W>(chunk, stride, kept, out);
+        v16_blocks<T, W>(chunk, stride, kept, out);
       }))
     return;
   if (out.rows == 1 && deinterleave<T, I>(chunk, out)) return;
@@ -244,36 +227,70 @@ void unpack_bits_with(const unsigned char* chunk, std::size_t bytes, const Chunk
 /// Y, Cb and Cr of unit rows [0, kept). Bands of unit rows, and within a
 /// band unit column by unit column, so each Y column is written in order;
 /// the units at the right and bottom edges keep only what lies inside.
-template <class T>
-void unpack_ycbcr(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, Subsampling f,
-                  void* yPlane, void* cbPlane, void* crPlane) {
+/// Hc and Vc are the subsampling when known at compile time (0: read from
+/// f), so that a whole unit's loops have constant trip counts.
+template <class T, std::size_t Hc, std::size_t Vc>
+void unpack_ycbcr_with(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, Subsampling f,
+                       void* yPlane, void* cbPlane, void* crPlane) {
   T* y = static_cast<T*>(yPlane);
   T* cb = static_cast<T*>(cbPlane);
   T* cr = static_cast<T*>(crPlane);
-  const std::size_t h = f.horizontal, v = f.vertical, m = shape.rows, n = shape.columns;
+  const std::size_t h = Hc ? Hc : f.horizontal, v = Vc ? Vc : f.vertical, m = shape.rows, n = shape.columns;
   const std::size_t cm = chroma_extent(m, v), cn = chroma_extent(n, h);
   const std::size_t lumaPerUnit = h * v, unit = (lumaPerUnit + 2) * sizeof(T);
   const std::size_t stride = chroma_extent(shape.width, h) * unit;  // units per chunk row, rounded up
   const std::size_t kept = readable_rows(bytes, stride, cn * unit, cm);
-  constexpr std::size_t kBandUnits = 16;
+  // Units wholly inside the kept rows and columns; the others are cut.
+  const std::size_t wholeRows = m / v, wholeColumns = n / h;
+  constexpr std::size_t kBandUnits = 8;
   for (std::size_t top = 0; top < kept; top += kBandUnits) {
     const std::size_t bottom = std::min(top + kBandUnits, kept);
+    const std::size_t wholeBottom = std::min(bottom, std::max(top, wholeRows));
     for (std::size_t uc = 0; uc < cn; ++uc) {
-      const std::size_t col0 = uc * h, cols = std::min(h, n - col0);
-      for (std::size_t ur = top; ur < bottom; ++ur) {
+      const std::size_t col0 = uc * h;
+      std::size_t ur = top;
+      if (uc < wholeColumns) {
+        for (; ur < wholeBottom; ++ur) {
+          const unsigned char* src = chunk + ur * stride + uc * unit;
+          T* luma = y + ur * v + col0 * m;
+          for (std::size_t kv = 0; kv < v; ++kv)
+            for (std::size_t kh = 0; kh < h; ++kh) luma[kv + kh * m] = load<T>(src + (kv * h + kh) * sizeof(T));
+        }
+      }
+      const std::size_t cols = std::min(h, n - col0);
+      for (; ur < bottom; ++ur) {
         const unsigned char* src = chunk + ur * stride + uc * unit;
-        const std::size_t row0 = ur * v, rows = std::min(v, m - row0);
+        T* luma = y + ur * v + col0 * m;
+        const std::size_t rows = std::min(v, m - ur * v);
         for (std::size_t kv = 0; kv < rows; ++kv)
-          for (std::size_t kh = 0; kh < cols; ++kh)
-            y[row0 + kv + (col0 + kh) * m] = load<T>(src + (kv * h + kh) * sizeof(T));
-        cb[ur + uc * cm] = load<T>(src + lumaPerUnit * sizeof(T));
-        cr[ur + uc * cm] = load<T>(src + (lumaPerUnit + 1) * sizeof(T));
+          for (std::size_t kh = 0; kh < cols; ++kh) luma[kv + kh * m] = load<T>(src + (kv * h + kh) * sizeof(T));
+      }
+      for (ur = top; ur < bottom; ++ur) {
+        const unsigned char* src = chunk + ur * stride + uc * unit + lumaPerUnit * sizeof(T);
+        cb[ur + uc * cm] = load<T>(src);
+        cr[ur + uc * cm] = load<T>(src + sizeof(T));
       }
     }
   }
   zero_rows(y, m, n, std::min(m, kept * v));
   zero_rows(cb, cm, cn, kept);
   zero_rows(cr, cm, cn, kept);
+}
+
+/// The unpacker for f's factors: a build for each of 1, 2 and 4 in either
+/// direction, the loops over a unit unrolled; any other with run-time loops.
+template <class T>
+void unpack_ycbcr(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, Subsampling f,
+                  void* yPlane, void* cbPlane, void* crPlane) {
+  using Unpacker = void (*)(const unsigned char*, std::size_t, const ChunkShape&, Subsampling, void*, void*, void*);
+  static constexpr Unpacker kBuilds[3][3] = {
+      {unpack_ycbcr_with<T, 1, 1>, unpack_ycbcr_with<T, 1, 2>, unpack_ycbcr_with<T, 1, 4>},
+      {unpack_ycbcr_with<T, 2, 1>, unpack_ycbcr_with<T, 2, 2>, unpack_ycbcr_with<T, 2, 4>},
+      {unpack_ycbcr_with<T, 4, 1>, unpack_ycbcr_with<T, 4, 2>, unpack_ycbcr_with<T, 4, 4>}};
+  const auto index = [](std::size_t factor) { return factor == 1 ? 0 : factor == 2 ? 1 : factor == 4 ? 2 : 3; };
+  const std::size_t i = index(f.horizontal), j = index(f.vertical);
+  const Unpacker run = i < 3 && j < 3 ? kBuilds[i][j] : unpack_ycbcr_with<T, 0, 0>;
+  run(chunk, bytes, shape, f, yPlane, cbPlane, crPlane);
 }
 
 // Indexed by element size; sizes 0, 3, 5, 6 and 7 have no kernel.

@@ -96,9 +96,9 @@ Region fit(const ChunkKind& kind, const ImageLayout& layout, const zvArray* imag
 }
 
 /// Whether the packer writes every byte of a chunk of `size` bytes: the data
-/// covers the chunk, libtiff's size is exactly what the packer fills (not
-/// so for a tile of several slices, say), and the packer is not the YCbCr
-/// one, whose units can leave padding.
+/// covers the chunk, libtiff's size is exactly what the packer fills (a
+/// size that disagrees, whatever the reason, gets a zeroed buffer), and the
+/// packer is not the YCbCr one, whose units can leave padding.
 bool fills_chunk(const ImageLayout& layout, const Region& region, tmsize_t size) {
   if (is_raw_ycbcr(layout) || region.rows != layout.chunkLength || region.columns != layout.chunkWidth) return false;
   const std::size_t width = layout.chunkWidth, length = layout.chunkLength, samples = layout.samplesPerChunk;

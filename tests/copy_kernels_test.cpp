@@ -9,7 +9,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>  // std::aligned_alloc
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -226,7 +228,8 @@ TEST(copy_kernels, element_packers_match_the_reference) {
             // chunk wider than it.
             for (std::size_t planes : {std::size_t{1}, spc, spc + 1})
               for (std::size_t extra : {0, 2}) {
-                const Bytes src = noise((rows + extra) * columns * planes * size, static_cast<unsigned>(rows + columns));
+                const Bytes src =
+                    noise((rows + extra) * columns * planes * size, static_cast<unsigned>(rows + columns));
                 const detail::HostView view{src.data(), rows + extra, columns, planes};
                 const Bytes before = noise((columns + extra) * (rows + extra) * spc * size, 99);
                 Bytes chunk = before;
@@ -235,6 +238,25 @@ TEST(copy_kernels, element_packers_match_the_reference) {
                 ASSERT_EQ(chunk, reference_pack(src, view, rows, columns, out, before, size))
                     << describe_pack(isa, size, view, rows, columns, out);
               }
+}
+
+// Chunks over a megabyte of wide elements are filled in wider blocks.
+TEST(copy_kernels, packers_into_large_chunks_match_the_reference) {
+  for (Isa isa : isas())
+    for (std::size_t size : {4, 8})
+      for (std::size_t spc : {1, 3, 5})
+        for (std::size_t rows : {9, 67})
+          for (std::size_t planes : {std::size_t{1}, spc + 1}) {
+            const std::size_t columns = 3001, width = columns + 2;
+            const Bytes src = noise(rows * columns * planes * size, static_cast<unsigned>(rows + spc));
+            const detail::HostView view{src.data(), rows, columns, planes};
+            const Bytes before = noise(width * rows * spc * size, 17);
+            Bytes chunk = before;
+            const detail::ChunkView out{chunk.data(), width, spc};
+            detail::element_packer(size, spc, isa)(view, rows, columns, out);
+            ASSERT_EQ(chunk, reference_pack(src, view, rows, columns, out, before, size))
+                << describe_pack(isa, size, view, rows, columns, out);
+          }
 }
 
 TEST(copy_kernels, bit_packers_match_the_reference) {
@@ -254,6 +276,124 @@ TEST(copy_kernels, bit_packers_match_the_reference) {
               detail::bit_packer(isa)(view, rows, n, out);
               ASSERT_EQ(chunk, reference_pack_bits(src, view, rows, n, out, before))
                   << describe_pack(isa, 0, view, rows, n, out);
+            }
+}
+
+// --- host arrays of whole cache lines, and YCbCr units -------------------------
+
+/// An array as the hosts allocate them: 64-byte aligned, exactly `bytes`
+/// long (a multiple of 64), so that the sanitizers see any access past it.
+class AlignedBytes {
+ public:
+  explicit AlignedBytes(std::size_t bytes)
+      : size_(bytes), data_(static_cast<unsigned char*>(std::aligned_alloc(64, bytes))) {
+    std::memset(data_.get(), 0x5A, bytes);
+  }
+  unsigned char* data() const { return data_.get(); }
+  Bytes bytes() const { return Bytes(data_.get(), data_.get() + size_); }
+
+ private:
+  struct Free {
+    void operator()(unsigned char* p) const noexcept { std::free(p); }
+  };
+  std::size_t size_;
+  std::unique_ptr<unsigned char, Free> data_;
+};
+
+// Columns of whole aligned 64-byte lines are written with streaming stores,
+// a band of rows at a time, and chunks over a megabyte in groups of rows;
+// a chunk cut short falls back to the other loops.
+TEST(copy_kernels, unpackers_into_whole_lines_match_the_reference) {
+  for (Isa isa : isas())
+    for (std::size_t size : {1, 2, 4, 8})
+      for (std::size_t spc : {1, 3, 5})
+        for (std::size_t m : {64, 128})
+          for (std::size_t n : {5, 47, 700})
+            for (std::size_t extra : {0, 3}) {
+              const ChunkShape shape{n + extra, m + extra, spc, m, n};
+              const std::size_t full = shape.width * shape.length * spc * size;
+              for (std::size_t bytes : {full, full / 2 + 1}) {
+                const Bytes chunk = noise(bytes, static_cast<unsigned>(m + n * 3 + spc));
+                AlignedBytes out(m * n * spc * size);
+                element_unpacker(size, isa)(chunk.data(), chunk.size(), shape, out.data());
+                ASSERT_EQ(out.bytes(), reference_unpack(chunk, shape, size)) << describe(isa, size, shape, bytes);
+              }
+            }
+}
+
+/// Y (M x N), then Cb and Cr (ceil(M / v) x ceil(N / h)), column-major.
+Bytes reference_unpack_ycbcr(const Bytes& chunk, const ChunkShape& s, detail::Subsampling f, std::size_t size) {
+  const std::size_t h = f.horizontal, v = f.vertical, m = s.rows, n = s.columns;
+  const std::size_t cm = (m + v - 1) / v, cn = (n + h - 1) / h, unit = (h * v + 2) * size;
+  const std::size_t stride = (s.width + h - 1) / h * unit;
+  const std::size_t kept = whole_rows(chunk.size(), stride, cn * unit, cm);
+  Bytes out((m * n + 2 * cm * cn) * size, 0);
+  unsigned char* cb = &out[m * n * size];
+  unsigned char* cr = cb + cm * cn * size;
+  for (std::size_t ur = 0; ur < kept; ++ur)
+    for (std::size_t uc = 0; uc < cn; ++uc) {
+      const unsigned char* src = &chunk[ur * stride + uc * unit];
+      for (std::size_t kv = 0; kv < v; ++kv)
+        for (std::size_t kh = 0; kh < h; ++kh)
+          if (ur * v + kv < m && uc * h + kh < n)
+            std::memcpy(&out[(ur * v + kv + (uc * h + kh) * m) * size], src + (kv * h + kh) * size, size);
+      std::memcpy(cb + (ur + uc * cm) * size, src + h * v * size, size);
+      std::memcpy(cr + (ur + uc * cm) * size, src + (h * v + 1) * size, size);
+    }
+  return out;
+}
+
+/// Units over rows x columns; Y read clamped to its own extent.
+Bytes reference_pack_ycbcr(const Bytes& planes, std::size_t rows, std::size_t columns, detail::Subsampling f,
+                           std::size_t width, Bytes out, std::size_t size) {
+  const std::size_t h = f.horizontal, v = f.vertical;
+  const std::size_t cm = (rows + v - 1) / v, cn = (columns + h - 1) / h, unit = (h * v + 2) * size;
+  const std::size_t stride = (width + h - 1) / h * unit;
+  const unsigned char* cb = &planes[rows * columns * size];
+  const unsigned char* cr = cb + cm * cn * size;
+  for (std::size_t ur = 0; ur < cm; ++ur)
+    for (std::size_t uc = 0; uc < cn; ++uc) {
+      unsigned char* dst = &out[ur * stride + uc * unit];
+      for (std::size_t kv = 0; kv < v; ++kv)
+        for (std::size_t kh = 0; kh < h; ++kh) {
+          const std::size_t r = std::min(ur * v + kv, rows - 1), c = std::min(uc * h + kh, columns - 1);
+          std::memcpy(dst + (kv * h + kh) * size, &planes[(r + c * rows) * size], size);
+        }
+      std::memcpy(dst + h * v * size, cb + (ur + uc * cm) * size, size);
+      std::memcpy(dst + (h * v + 1) * size, cr + (ur + uc * cm) * size, size);
+    }
+  return out;
+}
+
+// Every factor from 1 to 4 both ways (1, 2 and 4 have builds of their own,
+// 3 takes the general loops), units cut at the right and bottom edges, and
+// short chunks; then the unpacked planes packed again.
+TEST(copy_kernels, ycbcr_kernels_match_the_reference) {
+  for (std::size_t size : {1, 2, 4, 8})
+    for (std::size_t h : {1, 2, 3, 4})
+      for (std::size_t v : {1, 2, 3, 4})
+        for (std::size_t m : {1, 3, 8, 9, 17, 33})
+          for (std::size_t n : {1, 2, 5, 9, 17})
+            for (std::size_t extra : {0, 3}) {
+              const detail::Subsampling f{h, v};
+              const ChunkShape shape{n + extra, m + extra, 3, m, n};
+              const std::size_t full = detail::ycbcr_chunk_bytes(shape.width, shape.length, f, size);
+              const std::size_t cm = (m + v - 1) / v, cn = (n + h - 1) / h;
+              for (std::size_t bytes : {full, full / 2 + 1}) {
+                const Bytes chunk = noise(bytes, static_cast<unsigned>(m * 7 + n + h * 3 + v));
+                Bytes out((m * n + 2 * cm * cn) * size, 0x5A);
+                unsigned char* cb = &out[m * n * size];
+                ycbcr_unpacker(size)(chunk.data(), chunk.size(), shape, f, out.data(), cb, cb + cm * cn * size);
+                const std::string what = describe(Isa::vector16, size, shape, bytes) + " h" + std::to_string(h) +
+                                         " v" + std::to_string(v);
+                ASSERT_EQ(out, reference_unpack_ycbcr(chunk, shape, f, size)) << what;
+
+                const Bytes before = noise(full, 3);
+                Bytes packed = before;
+                detail::ycbcr_packer(size)({out.data(), m, n, 1}, {cb, cm, cn, 1}, {cb + cm * cn * size, cm, cn, 1},
+                                           m, n, f, {packed.data(), shape.width, 3});
+                ASSERT_EQ(packed, reference_pack_ycbcr(out, m, n, f, shape.width, before, size)) << what;
+              }
             }
 }
 
