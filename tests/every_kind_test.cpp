@@ -231,18 +231,18 @@ CallResult set_after(const Files& files, const Tags& setup, double tag, Array va
 }
 
 /// A write of chunk 0 into a new file whose tags libtiff set (none when the
-/// spec's width is 0), after `extra`.
-CallResult write_after(const Files& files, const ImageSpec& spec, std::vector<Array> images, bool tiled = false,
+/// layout's width is 0), after `extra`.
+CallResult write_after(const Files& files, const ImageSpec& layout, std::vector<Array> images, bool tiled = false,
                        const std::function<void(TIFF*)>& extra = nullptr) {
   ModuleFile f(files.path("write.tif"));
-  if (spec.width) set_image_tags(f.tif(), spec);
+  if (layout.width) set_image_tags(f.tif(), layout);
   if (extra) extra(f.tif());
   CallResult r = f.write(tiled, Array::scalar(0), std::move(images));
   f.close();
   return r;
 }
 
-ImageSpec spec(std::uint16_t bits = 8, std::uint16_t photometric = PHOTOMETRIC_MINISBLACK, std::uint16_t samples = 1,
+ImageSpec layout(std::uint16_t bits = 8, std::uint16_t photometric = PHOTOMETRIC_MINISBLACK, std::uint16_t samples = 1,
                std::uint16_t format = SAMPLEFORMAT_UINT) {
   ImageSpec s;
   s.bits = bits, s.photometric = photometric, s.samples = samples, s.format = format;
@@ -285,10 +285,10 @@ std::vector<Row> rows() {
     std::vector<std::uint16_t> map(256, 0);
     TIFFSetField(tif, TIFFTAG_COLORMAP, map.data(), map.data(), map.data());
   };
-  ImageSpec tiles = spec();
+  ImageSpec tiles = layout();
   tiles.tileWidth = tiles.tileLength = 16;
-  ImageSpec ycc = spec(8, PHOTOMETRIC_YCBCR, 3);
-  ImageSpec logluv = spec(32, PHOTOMETRIC_LOGLUV, 3, SAMPLEFORMAT_IEEEFP);
+  ImageSpec ycc = layout(8, PHOTOMETRIC_YCBCR, 3);
+  ImageSpec logluv = layout(32, PHOTOMETRIC_LOGLUV, 3, SAMPLEFORMAT_IEEEFP);
   logluv.compression = COMPRESSION_SGILOG;
 
   return {
@@ -396,30 +396,30 @@ std::vector<Row> rows() {
                                                TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, 16);
                                                TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
                                              })},
-      {"Tiff:tileDimensionsNotSet", writer(spec(), {u8({16, 16})}, false,
+      {"Tiff:tileDimensionsNotSet", writer(layout(), {u8({16, 16})}, false,
                                            [](TIFF* tif) { TIFFSetField(tif, TIFFTAG_TILEWIDTH, 16); })},
       {"Tiff:badPlanarConfigurationSamplesPerPixelCombination",
-       writer(with(spec(), [](ImageSpec& s) { s.planar = PLANARCONFIG_SEPARATE; }), {u8({16, 16})})},
-      {"Tiff:badContigImageOneSpp", writer(spec(), {u8({16, 16, 2})})},
-      {"Tiff:badContigImageMultipleSpp", writer(spec(8, PHOTOMETRIC_RGB, 3), {u8({16, 16})})},
+       writer(with(layout(), [](ImageSpec& s) { s.planar = PLANARCONFIG_SEPARATE; }), {u8({16, 16})})},
+      {"Tiff:badContigImageOneSpp", writer(layout(), {u8({16, 16, 2})})},
+      {"Tiff:badContigImageMultipleSpp", writer(layout(8, PHOTOMETRIC_RGB, 3), {u8({16, 16})})},
       {"Tiff:badPlanarImage",
-       writer(with(spec(8, PHOTOMETRIC_RGB, 3), [](ImageSpec& s) { s.planar = PLANARCONFIG_SEPARATE; }),
+       writer(with(layout(8, PHOTOMETRIC_RGB, 3), [](ImageSpec& s) { s.planar = PLANARCONFIG_SEPARATE; }),
               {u8({16, 16, 2})})},
-      {"Tiff:badSampleFormat", writer(spec(8, PHOTOMETRIC_MINISBLACK, 1, SAMPLEFORMAT_VOID), {u8({16, 16})})},
-      {"Tiff:badDatatypeForSampleFormat", writer(spec(8, PHOTOMETRIC_MINISBLACK, 1, SAMPLEFORMAT_INT), {u8({16, 16})})},
-      {"Tiff:unsupportedBitsPerSample", writer(spec(12), {Array(zvUINT16_CLASS, {16, 16})})},
-      {"Tiff:imageDatatypeNot8bit", writer(spec(8), {Array(zvDOUBLE_CLASS, {16, 16})})},
-      {"Tiff:imageDatatypeNot16bit", writer(spec(16), {u8({16, 16})})},
-      {"Tiff:imageDatatypeNot32bit", writer(spec(32), {Array(zvINT16_CLASS, {16, 16})})},
+      {"Tiff:badSampleFormat", writer(layout(8, PHOTOMETRIC_MINISBLACK, 1, SAMPLEFORMAT_VOID), {u8({16, 16})})},
+      {"Tiff:badDatatypeForSampleFormat", writer(layout(8, PHOTOMETRIC_MINISBLACK, 1, SAMPLEFORMAT_INT), {u8({16, 16})})},
+      {"Tiff:unsupportedBitsPerSample", writer(layout(12), {Array(zvUINT16_CLASS, {16, 16})})},
+      {"Tiff:imageDatatypeNot8bit", writer(layout(8), {Array(zvDOUBLE_CLASS, {16, 16})})},
+      {"Tiff:imageDatatypeNot16bit", writer(layout(16), {u8({16, 16})})},
+      {"Tiff:imageDatatypeNot32bit", writer(layout(32), {Array(zvINT16_CLASS, {16, 16})})},
       {"Tiff:imageDatatypeNotDouble",
-       writer(spec(64, PHOTOMETRIC_MINISBLACK, 1, SAMPLEFORMAT_IEEEFP), {Array(zvSINGLE_CLASS, {16, 16})})},
-      {"Tiff:imageDatatypeNotLogical", writer(spec(1), {u8({16, 16})})},
-      {"Tiff:wrongNumberOfInputImages", writer(spec(), {u8({16, 16}), u8({16, 16})})},
-      {"Tiff:badRgbSamplesPerPixelConfiguration", writer(spec(8, PHOTOMETRIC_RGB, 2), {u8({16, 16, 2})})},
-      {"Tiff:badPaletteWriteConfiguration", writer(spec(4, PHOTOMETRIC_PALETTE), {u8({16, 16})})},
-      {"Tiff:colorMapShouldbeSet", writer(spec(8, PHOTOMETRIC_PALETTE), {u8({16, 16})})},
+       writer(layout(64, PHOTOMETRIC_MINISBLACK, 1, SAMPLEFORMAT_IEEEFP), {Array(zvSINGLE_CLASS, {16, 16})})},
+      {"Tiff:imageDatatypeNotLogical", writer(layout(1), {u8({16, 16})})},
+      {"Tiff:wrongNumberOfInputImages", writer(layout(), {u8({16, 16}), u8({16, 16})})},
+      {"Tiff:badRgbSamplesPerPixelConfiguration", writer(layout(8, PHOTOMETRIC_RGB, 2), {u8({16, 16, 2})})},
+      {"Tiff:badPaletteWriteConfiguration", writer(layout(4, PHOTOMETRIC_PALETTE), {u8({16, 16})})},
+      {"Tiff:colorMapShouldbeSet", writer(layout(8, PHOTOMETRIC_PALETTE), {u8({16, 16})})},
       {"Tiff:badDatatypeForPaletteImage",
-       writer(spec(8, PHOTOMETRIC_PALETTE), {Array(zvINT8_CLASS, {16, 16})}, false, colormap)},
+       writer(layout(8, PHOTOMETRIC_PALETTE), {Array(zvINT8_CLASS, {16, 16})}, false, colormap)},
       {"Tiff:badYCbCrDimensions", writer(ycc, {u8({15, 15}), u8({8, 7}), u8({8, 7})})},
       {"Tiff:unsupportedYCbCrConfiguration", [](const Files& f) { return on("readEncodedStrip", f.path("ycc-planes.tif"), {num(0)}); }},
       {"Tiff:eightBitSgiFormatNotAllowedWhenWriting",
@@ -427,16 +427,16 @@ std::vector<Row> rows() {
       {"Tiff:luvCodecNotSet",
        [](const Files& f) { return on("readEncodedStrip", f.corpus("imagetiff-pics-off-l16.tif"), {num(0)}); }},
       {"Tiff:badExtraSamples",
-       writer(with(spec(8, PHOTOMETRIC_RGB, 3), [](ImageSpec& s) { s.extraSamples = 1; }), {u8({16, 16, 3})})},
+       writer(with(layout(8, PHOTOMETRIC_RGB, 3), [](ImageSpec& s) { s.extraSamples = 1; }), {u8({16, 16, 3})})},
       {"Tiff:improperUsageOfExtraSamples",
-       writer(with(spec(8, PHOTOMETRIC_CIELAB, 4), [](ImageSpec& s) { s.extraSamples = 1; }), {u8({16, 16, 4})})},
+       writer(with(layout(8, PHOTOMETRIC_CIELAB, 4), [](ImageSpec& s) { s.extraSamples = 1; }), {u8({16, 16, 4})})},
       {"Tiff:jpegBitsPerSampleMustBeEight",
-       writer(with(spec(16), [](ImageSpec& s) { s.compression = COMPRESSION_JPEG; }), {Array(zvUINT16_CLASS, {16, 16})})},
+       writer(with(layout(16), [](ImageSpec& s) { s.compression = COMPRESSION_JPEG; }), {Array(zvUINT16_CLASS, {16, 16})})},
       {"Tiff:jpegCompressionRequiresThreeSamplesPerPixel",
-       writer(with(spec(8, PHOTOMETRIC_MINISBLACK, 2), [](ImageSpec& s) { s.compression = COMPRESSION_JPEG, s.extraSamples = 1; }),
+       writer(with(layout(8, PHOTOMETRIC_MINISBLACK, 2), [](ImageSpec& s) { s.compression = COMPRESSION_JPEG, s.extraSamples = 1; }),
               {u8({16, 16, 2})})},
       {"Tiff:strippedJpegCompressionRequires16",
-       writer(with(spec(), [](ImageSpec& s) { s.compression = COMPRESSION_JPEG, s.rowsPerStrip = 8; }), {u8({16, 16})})},
+       writer(with(layout(), [](ImageSpec& s) { s.compression = COMPRESSION_JPEG, s.rowsPerStrip = 8; }), {u8({16, 16})})},
       {"Tiff:tiledJpegCompressionRequires16",
        [](const Files& f) {
          const Opened t(f.path("tiled.tif"));
@@ -455,7 +455,7 @@ std::vector<Row> rows() {
       {"Tiff:stripNumberTooLarge",
        [](const Files& f) {
          ModuleFile w(f.path("write.tif"));
-         set_image_tags(w.tif(), spec());
+         set_image_tags(w.tif(), layout());
          return w.write(false, num(3), {u8({16, 16})});
        }},
       {"Tiff:tileNumberTooLarge",
@@ -479,7 +479,7 @@ std::vector<Row> rows() {
       {"Tiff:stripWriteFailure",
        [](const Files& f) {
          ModuleFile w(f.path("write.tif"));
-         set_image_tags(w.tif(), spec());
+         set_image_tags(w.tif(), layout());
          make_writes_fail(w.tif(), f.path("write.tif"));
          return w.write(false, num(0), {u8({16, 16})});
        }},
@@ -491,8 +491,8 @@ std::vector<Row> rows() {
          return w.write(true, num(0), {u8({16, 16})});
        }},
       // The four cuts are warnings of a write that goes on.
-      {"Tiff:dataWidthExceedsImageWidth", writer(spec(), {u8({16, 20})})},
-      {"Tiff:dataLengthExceedsRowsPerStrip", writer(spec(), {u8({20, 16})})},
+      {"Tiff:dataWidthExceedsImageWidth", writer(layout(), {u8({16, 20})})},
+      {"Tiff:dataLengthExceedsRowsPerStrip", writer(layout(), {u8({20, 16})})},
       {"Tiff:dataWidthExceedsTileWidth", writer(tiles, {u8({16, 20})}, true)},
       {"Tiff:dataLengthExceedsTileLength", writer(tiles, {u8({20, 16})}, true)},
       {"Tiff:unhandledBitsPerSample",

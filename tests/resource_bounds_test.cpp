@@ -186,9 +186,9 @@ TEST(resource_bounds, compressed_data_that_expands_past_its_chunk) {
   const std::uint32_t width = 64, rows = 1u << 16, kept = 64;
   {
     TiffHandle out(dir.path("deflate.tif"), "w");
-    ImageSpec spec;
-    spec.width = width, spec.length = rows, spec.rowsPerStrip = rows, spec.compression = COMPRESSION_ADOBE_DEFLATE;
-    set_image_tags(out, spec);
+    ImageSpec layout;
+    layout.width = width, layout.length = rows, layout.rowsPerStrip = rows, layout.compression = COMPRESSION_ADOBE_DEFLATE;
+    set_image_tags(out, layout);
     std::vector<std::uint8_t> pixels(std::size_t{width} * rows, 0);
     for (std::uint32_t y = 0; y < kept; ++y)
       for (std::uint32_t x = 0; x < width; ++x) pixels[y * width + x] = static_cast<std::uint8_t>(y * 3 + x);

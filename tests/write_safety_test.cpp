@@ -37,9 +37,9 @@ std::vector<std::uint8_t> strip_bytes(std::uint32_t s) {
 }
 
 void set_strip_tags(TIFF* tif, std::uint16_t compression) {
-  ImageSpec spec;
-  spec.width = spec.length = kSide, spec.rowsPerStrip = kRows, spec.compression = compression;
-  set_image_tags(tif, spec);
+  ImageSpec layout;
+  layout.width = layout.length = kSide, layout.rowsPerStrip = kRows, layout.compression = compression;
+  set_image_tags(tif, layout);
 }
 
 /// What libtiff alone reads of strip s: the bytes, or nothing when it
@@ -112,9 +112,9 @@ TEST(write_safety, writing_goes_on_after_a_refusal) {
   // completed after it reads back whole, here as tiles.
   ScratchDir dir;
   const std::string path = dir.path("tiles.tif");
-  ImageSpec spec;
-  spec.width = spec.length = 32, spec.tileWidth = spec.tileLength = 16;
-  spec.compression = COMPRESSION_LZW;
+  ImageSpec layout;
+  layout.width = layout.length = 32, layout.tileWidth = layout.tileLength = 16;
+  layout.compression = COMPRESSION_LZW;
   const auto tile = [](std::uint32_t t) {
     return host_array<std::uint8_t>(zvUINT8_CLASS, {16, 16}, [t](std::size_t r, std::size_t c, std::size_t) {
       return static_cast<std::uint8_t>(t * 50 + r * 3 + c);
@@ -122,7 +122,7 @@ TEST(write_safety, writing_goes_on_after_a_refusal) {
   };
   {
     ModuleFile f(path);
-    set_image_tags(f.tif(), spec);
+    set_image_tags(f.tif(), layout);
     ASSERT_TRUE(f.write(true, num(0), {tile(0)}).ok());
     EXPECT_EQ(f.write(true, num(1), {Array(zvINT16_CLASS, {16, 16})}).error_id(), tiff_id("imageDatatypeNot8bit"));
     EXPECT_EQ(f.write(true, num(4), {tile(1)}).error_id(), tiff_id("tileNumberTooLarge"));
