@@ -168,6 +168,34 @@ bool deinterleave(const unsigned char* row, const PlaneView& out) {
   return true;
 }
 
+template <class T, Isa I>
+void rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out);
+
+/// Rows [0, kept) into a view whose columns share cache sets (an image's
+/// columns a multiple of 4096 bytes apart): the block kernels, storing a
+/// block's columns together and each column in pieces, would have them
+/// evict each other between pieces. Groups of pixels go compact into a
+/// buffer that stays in the nearest cache, then each column segment is
+/// copied out whole. False where the view is not such.
+template <class T, Isa I>
+bool staged_rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept,
+                            const PlaneView& out) {
+  constexpr std::size_t kStage = 16384;
+  const std::size_t segment = kept * sizeof(T);
+  const std::size_t group = kStage / (segment * out.samples);
+  if (group < 16 || out.column == segment || !detail::crowded(out.column, 16, 4)) return false;
+  alignas(64) unsigned char stage[kStage];
+  for (std::size_t c0 = 0; c0 < out.columns; c0 += group) {
+    const std::size_t n = std::min(group, out.columns - c0);
+    const PlaneView part{stage, kept, n, out.samples, segment, segment * n};
+    rows_to_columns<T, I>(chunk + c0 * out.samples * sizeof(T), stride, kept, part);
+    for (std::size_t k = 0; k < out.samples; ++k)
+      for (std::size_t c = 0; c < n; ++c)
+        std::memcpy(out.data + (c0 + c) * out.column + k * out.plane, stage + c * segment + k * part.plane, segment);
+  }
+  return true;
+}
+
 /// Rows [0, kept) of the chunk into the planes.
 template <class T, Isa I>
 void rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out) {
@@ -177,6 +205,7 @@ void rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t
   // Whole lines: every column segment of a band of rows starts a cache line.
   const bool lines = kept % (64 / sizeof(T)) == 0 && out.column % 64 == 0 && out.plane % 64 == 0 &&
                      reinterpret_cast<std::uintptr_t>(out.data) % 64 == 0;
+  if (!lines && staged_rows_to_columns<T, I>(chunk, stride, kept, out)) return;
   if (kept >= 2 && detail::with_block_width(elements * sizeof(T), [&](auto width) {
         constexpr std::size_t W = decltype(width)::value;
 #if TIFFGATE_HAVE_VECTOR32

@@ -222,6 +222,18 @@ TEST(copy_kernels, strided_unpackers_match_the_reference) {
                 check(isa, size, shape, bytes, column, column * n + (column == m + 3 ? 5 : line));
               }
           }
+  // Columns 4096 bytes apart, as in a tall image: they share cache sets,
+  // and the element kernels go through a buffer of their own.
+  for (Isa isa : isas())
+    for (std::size_t size : {1, 2, 8})
+      for (std::size_t spc : {1, 3})
+        for (std::size_t m : {1, 2, 17, 42, 64, 97})
+          for (std::size_t n : {5, 66}) {
+            const ChunkShape shape{n + 1, m, spc, m, n};
+            const std::size_t full = shape.width * m * spc * size;
+            const std::size_t column = 4096 / size;
+            for (std::size_t bytes : {full, full / 2 + 1}) check(isa, size, shape, bytes, column, column * n + 3);
+          }
 }
 
 // --- write side ---------------------------------------------------------------
