@@ -171,6 +171,15 @@ bool deinterleave(const unsigned char* row, const PlaneView& out) {
 template <class T, Isa I>
 void rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out);
 
+/// A column segment of a few dozen bytes: inline 16-byte pieces, the last
+/// one overlapping, rather than a library call for each.
+inline void copy_segment(unsigned char* to, const unsigned char* from, std::size_t bytes) {
+  if (bytes < 16) return static_cast<void>(std::memcpy(to, from, bytes));
+  std::size_t i = 0;
+  for (; i + 16 <= bytes; i += 16) std::memcpy(to + i, from + i, 16);
+  if (i < bytes) std::memcpy(to + bytes - 16, from + bytes - 16, 16);
+}
+
 /// Rows [0, kept) into a view whose columns share cache sets (an image's
 /// columns a multiple of 4096 bytes apart): the block kernels, storing a
 /// block's columns together and each column in pieces, would have them
@@ -191,7 +200,7 @@ bool staged_rows_to_columns(const unsigned char* chunk, std::size_t stride, std:
     rows_to_columns<T, I>(chunk + c0 * out.samples * sizeof(T), stride, kept, part);
     for (std::size_t k = 0; k < out.samples; ++k)
       for (std::size_t c = 0; c < n; ++c)
-        std::memcpy(out.data + (c0 + c) * out.column + k * out.plane, stage + c * segment + k * part.plane, segment);
+        copy_segment(out.data + (c0 + c) * out.column + k * out.plane, stage + c * segment + k * part.plane, segment);
   }
   return true;
 }
