@@ -235,12 +235,6 @@ void read_tile(const zvArray* const operands[], Store store) {
   store(layout, cls, chunk, rows, columns);
 }
 
-/// The command's output(s): a new host array per chunk.
-void store_outputs(zvArray* outputs[], const ImageLayout& layout, zvClassID cls, const ChunkBuffer& chunk,
-                   std::size_t rows, std::size_t columns) {
-  store_chunk(outputs, layout, cls, chunk, rows, columns);
-}
-
 /// The chunk into a caller's view, YCbCr excepted (see read_into.h).
 ChunkPlacement store_into(const ChunkDestination& to, const ImageLayout& layout, zvClassID cls,
                           const ChunkBuffer& chunk, std::size_t rows, std::size_t columns) {
@@ -262,12 +256,12 @@ ChunkPlacement store_into(const ChunkDestination& to, const ImageLayout& layout,
 }  // namespace
 
 TG_HANDLER(handle_read_encoded_strip) {
-  read_strip(operands, [&](auto&&... args) { store_outputs(outputs, args...); });
+  read_strip(operands, [&](auto&&... args) { store_chunk(outputs, args...); });
 }
 
 // A third operand is admitted by the command table and ignored.
 TG_HANDLER(handle_read_encoded_tile) {
-  read_tile(operands, [&](auto&&... args) { store_outputs(outputs, args...); });
+  read_tile(operands, [&](auto&&... args) { store_chunk(outputs, args...); });
 }
 
 ChunkPlacement read_chunk_into(const zvArray* id, ChunkCommand command, const zvArray* chunk,

@@ -202,15 +202,19 @@ octave_value read_image(const octave_value_list& args) {
 
   zvArray* image = nullptr;
   std::size_t mark = 0;
+  bool direct = true;
   for (std::uint64_t p = 0; p < grid.planes(); ++p)
     for (std::uint64_t r = 0; r < grid.down(); ++r)
       for (std::uint64_t c = 0; c < grid.across(); ++c) {
         octave_quit();  // Ctrl-C between chunks
         // Every chunk after the first, whose class the image takes, goes
         // straight into the image when it can.
-        if (image != nullptr && read_into_slot(grid, kind, id, p, r, c, *image)) {
+        if (image != nullptr && direct) {
+          direct = read_into_slot(grid, kind, id, p, r, c, *image);
           arena().release_to(mark);
-          continue;
+          // A YCbCr image's chunks all go through the command (this one
+          // was decoded for nothing, the others will not be).
+          if (direct) continue;
         }
         const zvArray* block = call_chunk(command, id, (p * grid.down() + r) * grid.across() + c, nullptr, 1);
         if (block == nullptr || block->data == nullptr || block->dims.size() > 3)
