@@ -2,11 +2,15 @@
 #include "gateway/convert.h"
 #include "gateway/errors.h"
 #include "gateway/handlers.h"
+#include "gateway/libtiff_messages.h"
 #include "imagedata/chunk_buffer.h"
 #include "imagedata/kernel_shapes.h"
 #include "imagedata/layout.h"
 #include "imagedata/memory_limit.h"
+#include "imagedata/read_into.h"
 #include "imagedata/unpack_kernels.h"
+
+#include <boost/numeric/conversion/converter.hpp>
 
 #include <tiffio.h>
 
@@ -155,9 +159,11 @@ void store_chunk(zvArray* outputs[], const ImageLayout& layout, zvClassID cls,
   outputs[0] = out;
 }
 
-}  // namespace
-
-TG_HANDLER(handle_read_encoded_strip) {
+/// The checks, decode and extent of strip operands[1] of file operands[0];
+/// then store(layout, cls, chunk, rows, columns) with the chunk's part
+/// inside the image.
+template <class Store>
+void read_strip(const zvArray* const operands[], Store store) {
   TIFF* tif = basic_file_id(operands[0]);
   const ImageLayout layout = readImageLayout(tif);
   check_read_configuration(layout);
@@ -189,11 +195,12 @@ TG_HANDLER(handle_read_encoded_strip) {
                                 : layout.rowsPerStrip;
 
   const zvClassID cls = sample_class(layout);
-  store_chunk(outputs, layout, cls, chunk, rows, layout.imageWidth);
+  store(layout, cls, chunk, rows, static_cast<std::size_t>(layout.imageWidth));
 }
 
-// A third operand is admitted by the command table and ignored.
-TG_HANDLER(handle_read_encoded_tile) {
+/// The same for tile operands[1]; a third operand is ignored.
+template <class Store>
+void read_tile(const zvArray* const operands[], Store store) {
   TIFF* tif = basic_file_id(operands[0]);
   const ImageLayout layout = readImageLayout(tif);
   check_read_configuration(layout);
@@ -225,7 +232,58 @@ TG_HANDLER(handle_read_encoded_tile) {
   const std::size_t columns = (std::uint64_t{tile} + 1) % across == 0
                                   ? remaining(layout.imageWidth, (across - 1) * layout.tileWidth, layout.tileWidth)
                                   : layout.tileWidth;
-  store_chunk(outputs, layout, cls, chunk, rows, columns);
+  store(layout, cls, chunk, rows, columns);
+}
+
+/// The chunk into a caller's view, YCbCr excepted (see read_into.h).
+ChunkPlacement store_into(const ChunkDestination& to, const ImageLayout& layout, zvClassID cls,
+                          const ChunkBuffer& chunk, std::size_t rows, std::size_t columns) {
+  if (layout.photometric == PHOTOMETRIC_YCBCR) return {ChunkOutcome::ycbcr, 0, 0};
+  if (cls != to.cls || layout.samplesPerChunk != to.samples) return {ChunkOutcome::mismatch, 0, 0};
+  const ChunkShape shape{layout.chunkWidth, layout.chunkLength, layout.samplesPerChunk, std::min(rows, to.rows),
+                         std::min(columns, to.columns)};
+  const OutputStrides strides{to.column, to.plane};
+  if (layout.bitsPerSample == 1) {
+    strided_bit_unpacker(best_isa())(chunk.data(), chunk.size(), shape, static_cast<bool*>(to.data), strides);
+  } else {
+    const StridedElementUnpacker unpack = strided_element_unpacker(element_bytes(layout.bitsPerSample));
+    if (unpack == nullptr) raise(Tiff::unhandledBitsPerSample(layout.bitsPerSample));
+    unpack(chunk.data(), chunk.size(), shape, to.data, strides);
+  }
+  return {ChunkOutcome::placed, shape.rows, shape.columns};
+}
+
+}  // namespace
+
+TG_HANDLER(handle_read_encoded_strip) {
+  read_strip(operands, [&](auto&&... args) { store_chunk(outputs, args...); });
+}
+
+// A third operand is admitted by the command table and ignored.
+TG_HANDLER(handle_read_encoded_tile) {
+  read_tile(operands, [&](auto&&... args) { store_chunk(outputs, args...); });
+}
+
+ChunkPlacement read_chunk_into(const zvArray* id, ChunkCommand command, const zvArray* chunk,
+                               const ChunkDestination& destination) {
+  // What zulFunction does around a command: libtiff's messages are
+  // collected and the last error shown as a warning.
+  TIFFSetErrorHandler(ZKTIFFerrHandler);
+  TIFFSetWarningHandler(ZKTIFFwarnHandler);
+  ZKTIFFinitializeErrorStack();
+  const zvArray* operands[2] = {id, chunk};
+  ChunkPlacement placement;
+  const auto store = [&](auto&&... args) { placement = store_into(destination, args...); };
+  try {
+    if (command == ChunkCommand::strip)
+      read_strip(operands, store);
+    else
+      read_tile(operands, store);
+  } catch (const boost::numeric::bad_numeric_cast&) {
+    raise(validate::argumentOutOfBounds());
+  }
+  ZKTIFFcheckErrorAsWarning();
+  return placement;
 }
 
 }  // namespace tiffgate

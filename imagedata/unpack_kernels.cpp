@@ -16,13 +16,18 @@ namespace {
 
 using detail::Isa;
 
-/// The output planes: element (r, c, k) at data + (r + c * rows + k * rows *
-/// columns) * element size.
+/// The output planes: element (r, c, k) at data + r * element size + c *
+/// column + k * plane (strides in bytes; compact when column is rows
+/// elements and plane is columns of them).
 struct PlaneView {
   unsigned char* data;
   std::size_t rows;
   std::size_t columns;
   std::size_t samples;
+  std::size_t column;
+  std::size_t plane;
+  /// Whether a single row's elements follow each other, plane after plane.
+  bool compact_row(std::size_t size) const { return column == size && plane == columns * size; }
 };
 
 }  // namespace
@@ -69,11 +74,23 @@ std::size_t readable_rows(std::size_t bytes, std::size_t stride, std::size_t use
   return std::min(rows, (bytes - used) / stride + 1);
 }
 
-/// Zeroes rows [from, rows) of every column of a column-major array.
+/// Zeroes rows [from, rows) of every column of a column-major array,
+/// columns `column` elements apart.
 template <class T>
-void zero_rows(T* out, std::size_t rows, std::size_t columns, std::size_t from) {
+void zero_rows(T* out, std::size_t rows, std::size_t columns, std::size_t from, std::size_t column) {
   if (from >= rows) return;
-  for (std::size_t c = 0; c < columns; ++c) std::fill(out + c * rows + from, out + (c + 1) * rows, T{});
+  for (std::size_t c = 0; c < columns; ++c) std::fill(out + c * column + from, out + c * column + rows, T{});
+}
+
+/// The same for the element columns of a plane view: rows [from, rows).
+template <class T>
+void zero_view_rows(const PlaneView& out, std::size_t from) {
+  if (from >= out.rows) return;
+  detail::ColumnWalk walk(out.column, out.plane, out.samples, out.samples, 0);
+  for (std::size_t j = 0; j < out.columns * out.samples; ++j) {
+    T* first = reinterpret_cast<T*>(out.data + walk.next());
+    std::fill(first + from, first + out.rows, T{});
+  }
 }
 
 // --- what the vector code does not cover -----------------------------------
@@ -82,7 +99,7 @@ void zero_rows(T* out, std::size_t rows, std::size_t columns, std::size_t from) 
 template <class T>
 void scalar_rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, std::size_t first,
                             std::size_t last, const PlaneView& out) {
-  detail::ColumnWalk walk(out.rows * sizeof(T), out.rows * out.columns * sizeof(T), out.samples, out.samples, first);
+  detail::ColumnWalk walk(out.column, out.plane, out.samples, out.samples, first);
   for (std::size_t j = first; j < last; ++j) {
     unsigned char* dst = out.data + walk.next();
     const unsigned char* src = chunk + j * sizeof(T);
@@ -93,7 +110,7 @@ void scalar_rows_to_columns(const unsigned char* chunk, std::size_t stride, std:
 /// The same for 1-bit samples: bit j of each row, most significant first.
 void scalar_bits_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, std::size_t first,
                             std::size_t last, const PlaneView& out) {
-  detail::ColumnWalk walk(out.rows, out.rows * out.columns, out.samples, out.samples, first);
+  detail::ColumnWalk walk(out.column, out.plane, out.samples, out.samples, first);
   for (std::size_t j = first; j < last; ++j) {
     unsigned char* dst = out.data + walk.next();
     const unsigned char* src = chunk + (j >> 3);
@@ -124,10 +141,12 @@ void v16_bit_blocks(const unsigned char* chunk, std::size_t stride, std::size_t 
 }
 
 /// A single row into planes of one row: a copy for one sample, the riffle
-/// sort for 2 to 4. False when neither applies.
+/// sort for 2 to 4. False when neither applies, or the view's elements do
+/// not follow each other.
 template <class T, Isa I>
 bool deinterleave(const unsigned char* row, const PlaneView& out) {
   const std::size_t n = out.columns;
+  if (!out.compact_row(sizeof(T))) return false;
   if (out.samples == 1) {
     std::memcpy(out.data, row, n * sizeof(T));
     return true;
@@ -149,14 +168,53 @@ bool deinterleave(const unsigned char* row, const PlaneView& out) {
   return true;
 }
 
+template <class T, Isa I>
+void rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out);
+
+/// A column segment of a few dozen bytes: inline 16-byte pieces, the last
+/// one overlapping, rather than a library call for each.
+inline void copy_segment(unsigned char* to, const unsigned char* from, std::size_t bytes) {
+  if (bytes < 16) return static_cast<void>(std::memcpy(to, from, bytes));
+  std::size_t i = 0;
+  for (; i + 16 <= bytes; i += 16) std::memcpy(to + i, from + i, 16);
+  if (i < bytes) std::memcpy(to + bytes - 16, from + bytes - 16, 16);
+}
+
+/// Rows [0, kept) into a view whose columns share cache sets (an image's
+/// columns a multiple of 4096 bytes apart): the block kernels, storing a
+/// block's columns together and each column in pieces, would have them
+/// evict each other between pieces. Groups of pixels go compact into a
+/// buffer that stays in the nearest cache, then each column segment is
+/// copied out whole. False where the view is not such.
+template <class T, Isa I>
+bool staged_rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept,
+                            const PlaneView& out) {
+  constexpr std::size_t kStage = 16384;
+  const std::size_t segment = kept * sizeof(T);
+  const std::size_t group = kStage / (segment * out.samples);
+  if (group < 16 || out.column == segment || !detail::crowded(out.column, 16, 4)) return false;
+  alignas(64) unsigned char stage[kStage];
+  for (std::size_t c0 = 0; c0 < out.columns; c0 += group) {
+    const std::size_t n = std::min(group, out.columns - c0);
+    const PlaneView part{stage, kept, n, out.samples, segment, segment * n};
+    rows_to_columns<T, I>(chunk + c0 * out.samples * sizeof(T), stride, kept, part);
+    for (std::size_t k = 0; k < out.samples; ++k)
+      for (std::size_t c = 0; c < n; ++c)
+        copy_segment(out.data + (c0 + c) * out.column + k * out.plane, stage + c * segment + k * part.plane, segment);
+  }
+  return true;
+}
+
 /// Rows [0, kept) of the chunk into the planes.
 template <class T, Isa I>
 void rows_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t kept, const PlaneView& out) {
   const std::size_t elements = out.columns * out.samples;
   if (kept == 0 || elements == 0) return;
   constexpr std::size_t tall = 32 / sizeof(T);  // rows of a 32-byte block
-  const bool lines = kept % (64 / sizeof(T)) == 0 && out.rows * sizeof(T) % 64 == 0 &&
+  // Whole lines: every column segment of a band of rows starts a cache line.
+  const bool lines = kept % (64 / sizeof(T)) == 0 && out.column % 64 == 0 && out.plane % 64 == 0 &&
                      reinterpret_cast<std::uintptr_t>(out.data) % 64 == 0;
+  if (!lines && staged_rows_to_columns<T, I>(chunk, stride, kept, out)) return;
   if (kept >= 2 && detail::with_block_width(elements * sizeof(T), [&](auto width) {
         constexpr std::size_t W = decltype(width)::value;
 #if TIFFGATE_HAVE_VECTOR32
@@ -189,7 +247,7 @@ void bits_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t
         v16_bit_blocks<decltype(width)::value>(chunk, stride, kept, fullBytes, out);
       })) {
     done = 8 * fullBytes;
-  } else if (out.rows == 1 && out.samples == 1 && fullBytes >= 32) {
+  } else if (out.rows == 1 && out.samples == 1 && out.compact_row(1) && fullBytes >= 32) {
 #if TIFFGATE_HAVE_VECTOR32
     if (I == Isa::vector32)
       v32::expand_bit_row(chunk, fullBytes, out.data);
@@ -204,24 +262,38 @@ void bits_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t
 // --- the kernels -------------------------------------------------------------
 
 template <class T, Isa I>
-void unpack_elements(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, void* output) {
-  T* out = static_cast<T*>(output);
+void unpack_elements_strided(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, void* output,
+                             OutputStrides strides) {
   const std::size_t m = shape.rows, n = shape.columns, spc = shape.samples;
   const std::size_t stride = shape.width * spc * sizeof(T);
   const std::size_t kept = readable_rows(bytes, stride, n * spc * sizeof(T), m);
-  rows_to_columns<T, I>(chunk, stride, kept, {static_cast<unsigned char*>(output), m, n, spc});
-  zero_rows(out, m, n * spc, kept);
+  const PlaneView out{static_cast<unsigned char*>(output), m, n, spc, strides.column * sizeof(T),
+                      strides.plane * sizeof(T)};
+  rows_to_columns<T, I>(chunk, stride, kept, out);
+  zero_view_rows<T>(out, kept);
+}
+
+template <class T, Isa I>
+void unpack_elements(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, void* output) {
+  unpack_elements_strided<T, I>(chunk, bytes, shape, output, compact_strides(shape));
 }
 
 template <Isa I>
-void unpack_bits_with(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, bool* out) {
+void unpack_bits_strided(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, bool* output,
+                         OutputStrides strides) {
   const std::size_t m = shape.rows, n = shape.columns, spc = shape.samples;
   const std::size_t stride = (shape.width * spc + 7) / 8;
   const std::size_t kept = readable_rows(bytes, stride, (n * spc + 7) / 8, m);
   // A bool is one byte holding 0 or 1 here, which is what the vector code stores.
   static_assert(sizeof(bool) == 1);
-  bits_to_columns<I>(chunk, stride, kept, {reinterpret_cast<unsigned char*>(out), m, n, spc});
-  zero_rows(out, m, n * spc, kept);
+  const PlaneView out{reinterpret_cast<unsigned char*>(output), m, n, spc, strides.column, strides.plane};
+  bits_to_columns<I>(chunk, stride, kept, out);
+  zero_view_rows<unsigned char>(out, kept);
+}
+
+template <Isa I>
+void unpack_bits_with(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, bool* out) {
+  unpack_bits_strided<I>(chunk, bytes, shape, out, compact_strides(shape));
 }
 
 /// Y, Cb and Cr of unit rows [0, kept). Bands of unit rows, and within a
@@ -272,9 +344,9 @@ void unpack_ycbcr_with(const unsigned char* chunk, std::size_t bytes, const Chun
       }
     }
   }
-  zero_rows(y, m, n, std::min(m, kept * v));
-  zero_rows(cb, cm, cn, kept);
-  zero_rows(cr, cm, cn, kept);
+  zero_rows(y, m, n, std::min(m, kept * v), m);
+  zero_rows(cb, cm, cn, kept, cm);
+  zero_rows(cr, cm, cn, kept, cm);
 }
 
 /// The unpacker for f's factors: a build for each of 1, 2 and 4 in either
@@ -298,6 +370,10 @@ template <Isa I>
 constexpr ElementUnpacker kElementUnpackers[] = {
     nullptr, unpack_elements<std::uint8_t, I>, unpack_elements<std::uint16_t, I>, nullptr,
     unpack_elements<std::uint32_t, I>, nullptr, nullptr, nullptr, unpack_elements<std::uint64_t, I>};
+template <Isa I>
+constexpr StridedElementUnpacker kStridedUnpackers[] = {
+    nullptr, unpack_elements_strided<std::uint8_t, I>, unpack_elements_strided<std::uint16_t, I>, nullptr,
+    unpack_elements_strided<std::uint32_t, I>, nullptr, nullptr, nullptr, unpack_elements_strided<std::uint64_t, I>};
 constexpr YCbCrUnpacker kYCbCrUnpackers[] = {
     nullptr, unpack_ycbcr<std::uint8_t>, unpack_ycbcr<std::uint16_t>, nullptr,
     unpack_ycbcr<std::uint32_t>, nullptr, nullptr, nullptr, unpack_ycbcr<std::uint64_t>};
@@ -312,6 +388,21 @@ ElementUnpacker element_unpacker(std::size_t elementSize, Isa isa) {
 }
 
 ElementUnpacker element_unpacker(std::size_t elementSize) { return element_unpacker(elementSize, detail::best_isa()); }
+
+StridedElementUnpacker strided_element_unpacker(std::size_t elementSize, Isa isa) {
+  if (elementSize >= kKernelSizes) return nullptr;
+  return isa == Isa::vector32 && detail::isa_supported(isa) ? kStridedUnpackers<Isa::vector32>[elementSize]
+                                                             : kStridedUnpackers<Isa::vector16>[elementSize];
+}
+
+StridedElementUnpacker strided_element_unpacker(std::size_t elementSize) {
+  return strided_element_unpacker(elementSize, detail::best_isa());
+}
+
+StridedBitUnpacker strided_bit_unpacker(Isa isa) {
+  return isa == Isa::vector32 && detail::isa_supported(isa) ? unpack_bits_strided<Isa::vector32>
+                                                             : unpack_bits_strided<Isa::vector16>;
+}
 
 BitUnpacker bit_unpacker(Isa isa) {
   return isa == Isa::vector32 && detail::isa_supported(isa) ? unpack_bits_with<Isa::vector32>

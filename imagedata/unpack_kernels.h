@@ -43,6 +43,27 @@ using detail::Subsampling;
 /// Rows or columns of a chroma plane for `luma` rows or columns: rounded up.
 inline std::size_t chroma_extent(std::size_t luma, std::size_t factor) { return (luma + factor - 1) / factor; }
 
+/// Where a strided unpacker puts sample k of kept pixel (r, c): element r +
+/// c * column + k * plane of its output, column >= M. The compact array is
+/// column = M, plane = M * N. Elements of the output outside those places
+/// (the gaps between column segments) are left alone.
+struct OutputStrides {
+  std::size_t column = 0;
+  std::size_t plane = 0;
+};
+inline OutputStrides compact_strides(const ChunkShape& shape) {
+  return {shape.rows, shape.rows * shape.columns};
+}
+
+using StridedElementUnpacker = void (*)(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape,
+                                        void* out, OutputStrides strides);
+/// As element_unpacker, writing into a part of a larger array.
+StridedElementUnpacker strided_element_unpacker(std::size_t elementSize);
+StridedElementUnpacker strided_element_unpacker(std::size_t elementSize, detail::Isa isa);
+using StridedBitUnpacker = void (*)(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape,
+                                    bool* out, OutputStrides strides);
+StridedBitUnpacker strided_bit_unpacker(detail::Isa isa);
+
 /// Subsampled YCbCr: the chunk is a row-major grid of data units, ceil(W / h)
 /// per row, each h*v luma samples (row by row) then one Cb and one Cr. Fills
 /// Y (M x N) and Cb, Cr (chroma_extent(M, v) x chroma_extent(N, h)).

@@ -172,6 +172,70 @@ TEST(copy_kernels, bit_unpackers_match_the_reference) {
           }
 }
 
+// Into a part of a larger array: columns `column` elements apart, planes
+// `plane` apart, the gaps holding a marker that must survive. The buffer
+// ends at the view's last element (rounded up to a line for the aligned
+// cases, the rest checked to keep its marker too), so nothing may be written
+// past it; starting 64-byte aligned with strides of whole lines lets the
+// kernels stream whole lines, which they must then do only inside the view.
+TEST(copy_kernels, strided_unpackers_match_the_reference) {
+  struct Free {
+    void operator()(unsigned char* p) const { std::free(p); }
+  };
+  // size 0: 1-bit samples into bools.
+  const auto check = [](Isa isa, std::size_t size, const ChunkShape& s, std::size_t bytes, std::size_t column,
+                        std::size_t plane) {
+    const std::size_t es = size == 0 ? 1 : size;
+    const std::size_t span = ((s.rows - 1) + (s.columns - 1) * column + (s.samples - 1) * plane + 1) * es;
+    const std::size_t allocated = (span + 63) / 64 * 64;
+    const std::unique_ptr<unsigned char, Free> out(static_cast<unsigned char*>(std::aligned_alloc(64, allocated)));
+    std::memset(out.get(), 0x5A, allocated);
+    const Bytes chunk = noise(bytes, static_cast<unsigned>(s.rows * 13 + s.columns + column));
+    const Bytes compact = size == 0 ? reference_unpack_bits(chunk, s) : reference_unpack(chunk, s, size);
+    Bytes expected(allocated, 0x5A);
+    for (std::size_t k = 0; k < s.samples; ++k)
+      for (std::size_t c = 0; c < s.columns; ++c)
+        std::memcpy(&expected[(c * column + k * plane) * es], &compact[(c * s.rows + k * s.rows * s.columns) * es],
+                    s.rows * es);
+    if (size == 0)
+      strided_bit_unpacker(isa)(chunk.data(), chunk.size(), s, reinterpret_cast<bool*>(out.get()), {column, plane});
+    else
+      strided_element_unpacker(size, isa)(chunk.data(), chunk.size(), s, out.get(), {column, plane});
+    const std::string where = describe(isa, size, s, bytes) + " column " + std::to_string(column) + " plane " +
+                              std::to_string(plane);
+    ASSERT_EQ(Bytes(out.get(), out.get() + allocated), expected) << where;
+  };
+  for (Isa isa : isas())
+    for (std::size_t size : {0, 1, 2, 4, 8})
+      for (std::size_t spc : {1, 3, 4})
+        for (std::size_t m : {1, 2, 5, 16, 17, 33, 64, 97})
+          for (std::size_t n : {1, 3, 17, 66, 300}) {
+            const ChunkShape shape{n + 2, m + 1, spc, m, n};
+            const std::size_t full = size == 0 ? (shape.width * spc + 7) / 8 * shape.length
+                                               : shape.width * shape.length * spc * size;
+            const std::size_t line = 64 / (size == 0 ? 1 : size);
+            const std::size_t aligned = (m + line - 1) / line * line;
+            // Odd gaps; then whole lines, with the column ending short of
+            // its line or filling it.
+            for (std::size_t column : {m + 3, aligned + line, aligned})
+              for (std::size_t bytes : {full, full / 2 + 1}) {
+                check(isa, size, shape, bytes, column, column * n + (column == m + 3 ? 5 : line));
+              }
+          }
+  // Columns 4096 bytes apart, as in a tall image: they share cache sets,
+  // and the element kernels go through a buffer of their own.
+  for (Isa isa : isas())
+    for (std::size_t size : {1, 2, 8})
+      for (std::size_t spc : {1, 3})
+        for (std::size_t m : {1, 2, 17, 42, 64, 97})
+          for (std::size_t n : {5, 66}) {
+            const ChunkShape shape{n + 1, m, spc, m, n};
+            const std::size_t full = shape.width * m * spc * size;
+            const std::size_t column = 4096 / size;
+            for (std::size_t bytes : {full, full / 2 + 1}) check(isa, size, shape, bytes, column, column * n + 3);
+          }
+}
+
 // --- write side ---------------------------------------------------------------
 
 /// A chunk that starts as noise, so that what a packer must leave alone

@@ -1,14 +1,16 @@
 // The internal whole-image entries of the oct-file (see oct_image.h). They
-// add no check of their own to what the module does: each chunk is one
-// ordinary call of a public read or write command, with every check that
-// command makes; the entry only moves columns between the chunk and the
-// image.
+// add no check of their own to what the module does: each chunk is read or
+// written with every check the public read or write command makes. A read
+// unpacks each chunk straight into its place in the image (YCbCr chunks go
+// through the command and are copied); a write hands the command each
+// chunk's columns.
 
 #include "host/octave/oct_image.h"
 
 #include "host/host.h"
 #include "host/octave/adapter.h"
 #include "host/octave/oct_array.h"
+#include "imagedata/read_into.h"
 
 #include <octave/quit.h>  // octave_quit
 
@@ -126,6 +128,16 @@ constexpr auto kShortCopies = fixed_copies(std::make_index_sequence<16>());
 
 ColumnCopy column_copy(std::size_t bytes) { return bytes < 16 ? kShortCopies[bytes] : copy_columns_long; }
 
+/// Zeroes what a chunk of m x n left of a slot of slot_rows x slot_columns
+/// (one plane), columns `stride` bytes apart.
+void zero_uncovered(unsigned char* first, std::size_t stride, std::size_t es, std::uint64_t slot_rows,
+                    std::uint64_t slot_columns, std::uint64_t m, std::uint64_t n) {
+  for (std::uint64_t j = 0; j < slot_columns; ++j) {
+    const std::uint64_t covered = j < n ? std::min(m, slot_rows) : 0;
+    if (covered < slot_rows) std::memset(first + j * stride + covered * es, 0, (slot_rows - covered) * es);
+  }
+}
+
 /// Puts chunk (p, r, c) into its slot of the image. The part of the slot
 /// that the chunk does not cover (a chunk cut short) is zero, so that no
 /// element of the image is left uninitialised.
@@ -144,11 +156,37 @@ void place(const Grid& grid, std::uint64_t p, std::uint64_t r, std::uint64_t c, 
     const std::uint64_t plane = grid.separate ? p : k;
     unsigned char* first = target + ((plane * grid.W + c0) * grid.L + r0) * es;
     copy(first, grid.L * es, source + k * block.dims[1] * block.dims[0] * es, block.dims[0] * es, n, m * es);
-    for (std::uint64_t j = 0; j < slot_columns; ++j) {
-      const std::uint64_t copied = j < n ? m : 0;
-      if (copied < slot_rows) std::memset(first + j * grid.L * es + copied * es, 0, (slot_rows - copied) * es);
-    }
+    zero_uncovered(first, grid.L * es, es, slot_rows, slot_columns, m, n);
   }
+}
+
+/// Reads chunk (p, r, c) straight into its slot; false for a chunk the
+/// module leaves to the public command (YCbCr). The part of the slot the
+/// chunk does not cover is zeroed, as place() does.
+bool read_into_slot(const Grid& grid, ChunkCommand command, const zvArray* id, std::uint64_t p, std::uint64_t r,
+                    std::uint64_t c, zvArray& image) {
+  const std::size_t es = image.element_size;
+  const std::uint64_t r0 = r * grid.rows, c0 = c * grid.columns;
+  const std::uint64_t slot_rows = std::min(grid.rows, grid.L - r0);
+  const std::uint64_t slot_columns = std::min(grid.columns, grid.W - c0);
+  const std::uint64_t plane = grid.separate ? p : 0;
+  unsigned char* first = static_cast<unsigned char*>(image.data) + ((plane * grid.W + c0) * grid.L + r0) * es;
+  ChunkDestination to;
+  to.data = first;
+  to.cls = image.cls;
+  to.rows = slot_rows;
+  to.columns = slot_columns;
+  to.samples = grid.samples();
+  to.column = grid.L;
+  to.plane = grid.W * grid.L;
+  const zvArray* number = zvCreateDoubleScalar(static_cast<double>((p * grid.down() + r) * grid.across() + c));
+  const ChunkPlacement placed = read_chunk_into(id, command, number, to);
+  if (placed.outcome == ChunkOutcome::ycbcr) return false;
+  if (placed.outcome == ChunkOutcome::mismatch)
+    throw std::runtime_error("the module gave chunks of different classes or sample counts");
+  for (std::uint64_t k = 0; k < grid.samples(); ++k)
+    zero_uncovered(first + k * to.plane * es, grid.L * es, es, slot_rows, slot_columns, placed.rows, placed.columns);
+  return true;
 }
 
 octave_value read_image(const octave_value_list& args) {
@@ -160,12 +198,24 @@ octave_value read_image(const octave_value_list& args) {
   const bool separate = flag(args(5), "separate");
   const Grid grid{size[0], size[1], size[2], chunk[0], chunk[1], separate};
 
+  const ChunkCommand kind = args(2).string_value() == "readEncodedTile" ? ChunkCommand::tile : ChunkCommand::strip;
+
   zvArray* image = nullptr;
   std::size_t mark = 0;
+  bool direct = true;
   for (std::uint64_t p = 0; p < grid.planes(); ++p)
     for (std::uint64_t r = 0; r < grid.down(); ++r)
       for (std::uint64_t c = 0; c < grid.across(); ++c) {
         octave_quit();  // Ctrl-C between chunks
+        // Every chunk after the first, whose class the image takes, goes
+        // straight into the image when it can.
+        if (image != nullptr && direct) {
+          direct = read_into_slot(grid, kind, id, p, r, c, *image);
+          arena().release_to(mark);
+          // A YCbCr image's chunks all go through the command (this one
+          // was decoded for nothing, the others will not be).
+          if (direct) continue;
+        }
         const zvArray* block = call_chunk(command, id, (p * grid.down() + r) * grid.across() + c, nullptr, 1);
         if (block == nullptr || block->data == nullptr || block->dims.size() > 3)
           throw std::runtime_error("the module gave a chunk that is not an array");
