@@ -2,9 +2,8 @@
 #include "gateway/command_table.h"
 #include "gateway/errors.h"
 #include "gateway/handlers.h"
-#include "gateway/libtiff_messages.h"
+#include "gateway/command_scope.h"
 
-#include <boost/numeric/conversion/converter.hpp>
 #include <tiffio.h>
 
 #include <string>
@@ -34,16 +33,9 @@ std::string command_word(int nInputs, const zvArray* inputs[]) {
 void zulFunction(int nOutputs, zvArray* outputs[], int nInputs, const zvArray* inputs[]) {
   using namespace tiffgate;
   zulAtExit(close_files_at_exit);
-  TIFFSetErrorHandler(ZKTIFFerrHandler);
-  TIFFSetWarningHandler(ZKTIFFwarnHandler);
-  ZKTIFFinitializeErrorStack();
-
-  const std::string word = command_word(nInputs, inputs);
-  const CommandEntry& entry = lookup_command(word, nInputs - 1);
-  try {
+  as_command([&] {
+    const std::string word = command_word(nInputs, inputs);
+    const CommandEntry& entry = lookup_command(word, nInputs - 1);
     entry.handler(nOutputs, outputs, nInputs - 1, inputs + 1, entry);
-  } catch (const boost::numeric::bad_numeric_cast&) {
-    raise(validate::argumentOutOfBounds());
-  }
-  ZKTIFFcheckErrorAsWarning();
+  });
 }

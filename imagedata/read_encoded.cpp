@@ -2,15 +2,13 @@
 #include "gateway/convert.h"
 #include "gateway/errors.h"
 #include "gateway/handlers.h"
-#include "gateway/libtiff_messages.h"
+#include "gateway/command_scope.h"
 #include "imagedata/chunk_buffer.h"
 #include "imagedata/kernel_shapes.h"
 #include "imagedata/layout.h"
 #include "imagedata/memory_limit.h"
 #include "imagedata/read_into.h"
 #include "imagedata/unpack_kernels.h"
-
-#include <boost/numeric/conversion/converter.hpp>
 
 #include <tiffio.h>
 
@@ -266,23 +264,15 @@ TG_HANDLER(handle_read_encoded_tile) {
 
 ChunkPlacement read_chunk_into(const zvArray* id, ChunkCommand command, const zvArray* chunk,
                                const ChunkDestination& destination) {
-  // What zulFunction does around a command: libtiff's messages are
-  // collected and the last error shown as a warning.
-  TIFFSetErrorHandler(ZKTIFFerrHandler);
-  TIFFSetWarningHandler(ZKTIFFwarnHandler);
-  ZKTIFFinitializeErrorStack();
   const zvArray* operands[2] = {id, chunk};
   ChunkPlacement placement;
   const auto store = [&](auto&&... args) { placement = store_into(destination, args...); };
-  try {
+  as_command([&] {
     if (command == ChunkCommand::strip)
       read_strip(operands, store);
     else
       read_tile(operands, store);
-  } catch (const boost::numeric::bad_numeric_cast&) {
-    raise(validate::argumentOutOfBounds());
-  }
-  ZKTIFFcheckErrorAsWarning();
+  });
   return placement;
 }
 

@@ -10,6 +10,7 @@
 #include "host/host.h"
 #include "host/msgid.h"
 #include "host/octave/adapter.h"
+#include "host/octave/guard.h"
 #include "host/octave/messages.h"
 #include "host/octave/oct_array.h"
 #include "host/octave/oct_image.h"
@@ -65,37 +66,12 @@ octave_value_list call_module(const octave_value_list& args, int nargout) {
 }
 
 octave_value_list tiffgate_entry(const octave_value_list& args, int nargout) {
-  char identifier[128] = "";
-  char message[4096] = "";
-  try {
-    return call_module(args, nargout);
-  } catch (const octave::execution_exception&) {
-    throw;  // Octave's own error (a warning made an error, out of memory, ...)
-  } catch (const octave::interrupt_exception&) {
-    throw;
-  } catch (const octave::exit_exception&) {
-    throw;
-  } catch (const Quarn::IMsgIDException& error) {
-    copy_text(identifier, error.GetID());
-    // Every carrier is also a std::exception whose what() is the rendered text.
-    const auto* standard = dynamic_cast<const std::exception*>(&error);
-    copy_text(message, standard ? standard->what() : "");
-  } catch (const OperandError& error) {
-    copy_text(identifier, error.identifier);
-    copy_text(message, error.message.c_str());
-  } catch (const std::bad_alloc&) {
-    copy_text(identifier, kOutOfMemoryId);
-    copy_text(message, "Out of memory.");
-  } catch (const std::exception& error) {
-    copy_text(identifier, kInternalErrorId);
-    copy_text(message, error.what());
-  } catch (...) {
-    copy_text(identifier, kInternalErrorId);
-    copy_text(message, "An unknown exception reached the host.");
-  }
+  octave_value_list out;
+  FailureText failure;
+  if (guarded([&] { out = call_module(args, nargout); }, failure)) return out;
   // Reported here, outside the handlers: the exception and everything the
   // module owned are gone by now.
-  report_error(identifier, message);
+  report_error(failure.identifier, failure.message);
 }
 
 /// The first block of "##" lines of the file, without the leaders: the

@@ -4,6 +4,7 @@
 
 #include "host/host.h"
 #include "host/msgid.h"
+#include "host/octave/guard.h"
 #include "host/octave/mex/mex_host.h"
 
 #include <octave/quit.h>  // octave::execution_exception and its kin
@@ -56,36 +57,9 @@ void zulAtExit(void (*function)()) {
 
 void mexFunction(int nlhs, mxArray* plhs[], int nrhs, const mxArray* prhs[]) {
   using namespace tiffgate::octave_host;
-  char identifier[128] = "";
-  char message[4096] = "";
-  try {
-    call_module(nlhs, plhs, nrhs, prhs);
-    return;
-  } catch (const octave::execution_exception&) {
-    throw;  // Octave's own error (a warning made an error, out of memory, ...)
-  } catch (const octave::interrupt_exception&) {
-    throw;
-  } catch (const octave::exit_exception&) {
-    throw;
-  } catch (const Quarn::IMsgIDException& error) {
-    copy_text(identifier, error.GetID());
-    // Every carrier is also a std::exception whose what() is the rendered text.
-    const auto* standard = dynamic_cast<const std::exception*>(&error);
-    copy_text(message, standard ? standard->what() : "");
-  } catch (const OperandError& error) {
-    copy_text(identifier, error.identifier);
-    copy_text(message, error.message.c_str());
-  } catch (const std::bad_alloc&) {
-    copy_text(identifier, kOutOfMemoryId);
-    copy_text(message, "Out of memory.");
-  } catch (const std::exception& error) {
-    copy_text(identifier, kInternalErrorId);
-    copy_text(message, error.what());
-  } catch (...) {
-    copy_text(identifier, kInternalErrorId);
-    copy_text(message, "An unknown exception reached the host.");
-  }
+  FailureText failure;
+  if (guarded([&] { call_module(nlhs, plhs, nrhs, prhs); }, failure)) return;
   // Reported here, outside the handlers: the exception and everything the
   // module owned are gone by now.
-  report_error(identifier, message);
+  report_error(failure.identifier, failure.message);
 }
