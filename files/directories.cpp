@@ -8,25 +8,21 @@
 namespace tiffgate {
 
 TG_HANDLER(handle_current_directory) {
-  TIFF* tif = registered_file_id(operands[0], entry);
   // Counted from 1 and kept in 16 bits, so libtiff's 65535 reads as 0.
   const auto number = static_cast<std::uint16_t>(TIFFCurrentDirectory(tif) + 1u);
   outputs[0] = zvCreateDoubleScalar(number);
 }
 
 TG_HANDLER(handle_last_directory) {
-  TIFF* tif = registered_file_id(operands[0], entry);
   outputs[0] = zvCreateLogicalScalar(TIFFLastDirectory(tif) != 0);
 }
 
 TG_HANDLER(handle_set_directory) {
-  TIFF* tif = registered_file_id(operands[0], entry);
   const std::uint16_t index = indexToUInt16(operands[1]);
   if (!TIFFSetDirectory(tif, index)) raise(Tiff::unableToChangeDir(detail::Int{index} + 1));
 }
 
 TG_HANDLER(handle_set_sub_directory) {
-  TIFF* tif = registered_file_id(operands[0], entry);
   const std::uint64_t offset = offsetToUInt64(operands[1]);
   std::uint16_t count = 0;
   std::uint64_t* offsets = nullptr;
@@ -42,34 +38,28 @@ TG_HANDLER(handle_set_sub_directory) {
 }
 
 TG_HANDLER(handle_read_directory) {
-  TIFF* tif = registered_file_id(operands[0], entry);
   if (!TIFFReadDirectory(tif)) raise(Tiff::unableToReadDir());
 }
 
 // The kinds of the next two are crossed against their wording on purpose:
 // callers match on these identifiers.
 TG_HANDLER(handle_write_directory) {
-  TIFF* tif = registered_file_id(operands[0], entry);
   if (!TIFFWriteDirectory(tif)) raise(Tiff::unableToWriteCurrentDir());
 }
 
 TG_HANDLER(handle_rewrite_directory) {
-  TIFF* tif = registered_file_id(operands[0], entry);
   if (!TIFFRewriteDirectory(tif)) raise(Tiff::unableToWriteDir());
 }
 
 TG_HANDLER(handle_number_of_strips) {
-  TIFF* tif = basic_file_id(operands[0]);
   outputs[0] = zvCreateDoubleScalar(static_cast<std::uint32_t>(TIFFNumberOfStrips(tif)));
 }
 
 TG_HANDLER(handle_number_of_tiles) {
-  TIFF* tif = basic_file_id(operands[0]);
   outputs[0] = zvCreateDoubleScalar(static_cast<std::uint32_t>(TIFFNumberOfTiles(tif)));
 }
 
 TG_HANDLER(handle_is_tiled) {
-  TIFF* tif = basic_file_id(operands[0]);
   outputs[0] = zvCreateLogicalScalar(TIFFIsTiled(tif) == 1);
 }
 

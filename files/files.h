@@ -1,27 +1,34 @@
 #pragma once
-/// Open files: the registry of handles, identifier validation, the closer
+/// Open files: the registry of handles and their identifiers, the closer
 /// run at unload, and the GeoTIFF tag extender.
 
-#include "gateway/command_table.h"
+#include "host/host.h"
 
-#include <set>
+#include <cstdint>
+#include <map>
 
 typedef struct tiff TIFF;
 
 namespace tiffgate {
 
-/// Every handle this module opened and has not closed, in ascending order.
-std::set<TIFF*>& open_file_registry();
+/// Every file this module opened and has not closed, by identifier.
+using FileRegistry = std::map<std::uint64_t, TIFF*>;
+FileRegistry& open_file_registry();
 
-/// Basic validation: the first element as an unsigned 64-bit handle;
-/// badFileId for 0. The handle is not looked up in the registry.
-TIFF* basic_file_id(const zvArray* id);
-/// Registered validation: basic validation, then invalidFileId when the
-/// handle is not registered (skipped for "close", code 0).
-TIFF* registered_file_id(const zvArray* id, const CommandEntry& entry);
+/// Registers a handle just opened under an identifier never issued before
+/// in this process, and returns it as a 1x1 uint64 host array.
+zvArray* register_file(TIFF* handle);
 
-/// A 1x1 uint64 host array holding the handle's address.
-zvArray* make_file_id(TIFF* handle);
+/// The open file an identifier names: badFileId for 0, invalidFileId for
+/// any other value that does not name a file open now.
+TIFF* open_file(const zvArray* id);
+/// The same for "close", which is silent about files already closed: null
+/// where open_file would raise invalidFileId.
+TIFF* open_file_or_null(const zvArray* id);
+/// The handle registered under an identifier value, or null.
+TIFF* registered_handle(std::uint64_t id);
+/// Closes a registered handle and forgets it.
+void close_file(TIFF* handle);
 
 /// Closes every file still open, each after a closingFileHandle warning.
 void close_files_at_exit();

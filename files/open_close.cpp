@@ -6,44 +6,82 @@
 
 #include <tiffio.h>
 
+#include <algorithm>
+#include <chrono>
 #include <string>
 
 namespace tiffgate {
 
-std::set<TIFF*>& open_file_registry() {
-  static std::set<TIFF*> registry;
+FileRegistry& open_file_registry() {
+  static FileRegistry registry;
   return registry;
 }
 
-TIFF* basic_file_id(const zvArray* id) {
-  std::uint64_t value = 0;
-  if (zvGetNumberOfElements(id) > 0) {
-    // The identifier is meant to be uint64; any other class is read by
-    // value, so that an empty, text or zero operand is a clean badFileId.
-    value = zvGetClassID(id) == zvUINT64_CLASS ? *static_cast<const std::uint64_t*>(zvGetData(id))
-                                               : convert<std::uint64_t>(element_as_double(id, 0));
-  }
-  if (value == 0) raise(Tiff::badFileId());
-  return reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(value));
+// Identifiers are not the handles' addresses, and every command checks them
+// against the registry before libtiff sees anything. A file's identifier used
+// after "close" would otherwise hand libtiff freed memory, or name whatever
+// file later got the same address, and take the host process down. This goes
+// further than checking only the directory commands' identifiers, on purpose.
+//
+// Each identifier is above the one before and at least the monotonic clock
+// in nanoseconds: a module unloaded and loaded again starts from the clock,
+// past every identifier its earlier life issued, so no identifier is ever
+// issued twice in a process.
+zvArray* register_file(TIFF* handle) {
+  static std::uint64_t last = 0;
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  const auto clock = static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
+  const std::size_t dims[2] = {1, 1};
+  zvArray* id = zvCreateUninitNumericArray(2, dims, zvUINT64_CLASS);
+  last = std::max(last + 1, clock);
+  *static_cast<std::uint64_t*>(zvGetData(id)) = last;
+  open_file_registry().emplace(last, handle);
+  return id;
 }
 
-TIFF* registered_file_id(const zvArray* id, const CommandEntry& entry) {
-  TIFF* handle = basic_file_id(id);
-  if (entry.code != 0 && open_file_registry().count(handle) == 0) raise(Tiff::invalidFileId());
+namespace {
+
+/// The registered handle an identifier names, or null. badFileId for 0,
+/// whatever its class: an empty, text or zero operand is the same slip.
+TIFF* lookup(const zvArray* id) {
+  if (zvGetNumberOfElements(id) == 0) raise(Tiff::badFileId());
+  const bool identifier = zvGetClassID(id) == zvUINT64_CLASS && zvGetNumberOfElements(id) == 1;
+  const std::uint64_t value = identifier ? *static_cast<const std::uint64_t*>(zvGetData(id))
+                                         : convert<std::uint64_t>(element_as_double(id, 0));
+  if (value == 0) raise(Tiff::badFileId());
+  return identifier ? registered_handle(value) : nullptr;
+}
+
+}  // namespace
+
+TIFF* registered_handle(std::uint64_t id) {
+  const auto it = open_file_registry().find(id);
+  return it == open_file_registry().end() ? nullptr : it->second;
+}
+
+TIFF* open_file(const zvArray* id) {
+  TIFF* handle = lookup(id);
+  if (handle == nullptr) raise(Tiff::invalidFileId());
   return handle;
 }
 
-zvArray* make_file_id(TIFF* handle) {
-  const std::size_t dims[2] = {1, 1};
-  zvArray* id = zvCreateUninitNumericArray(2, dims, zvUINT64_CLASS);
-  *static_cast<std::uint64_t*>(zvGetData(id)) = reinterpret_cast<std::uintptr_t>(handle);
-  return id;
+TIFF* open_file_or_null(const zvArray* id) { return lookup(id); }
+
+void close_file(TIFF* handle) {
+  auto& registry = open_file_registry();
+  for (auto it = registry.begin(); it != registry.end(); ++it) {
+    if (it->second == handle) {
+      registry.erase(it);
+      break;
+    }
+  }
+  TIFFClose(handle);
 }
 
 void close_files_at_exit() {
   auto& registry = open_file_registry();
   if (registry.empty()) return;
-  for (TIFF* handle : registry) {
+  for (const auto& [id, handle] : registry) {
     const char* name = TIFFFileName(handle);
     warn(Tiff::closingFileHandle(name ? name : ""));
     TIFFClose(handle);
@@ -66,17 +104,13 @@ TG_HANDLER(handle_open) {
   if (path.find('\0') != std::string::npos) raise(Tiff::unableToOpenFile(name));
   TIFF* handle = TIFFOpen(path.c_str(), mode.c_str());
   if (handle == nullptr) raise(Tiff::unableToOpenFile(name));
-  open_file_registry().insert(handle);
-  outputs[0] = make_file_id(handle);
+  outputs[0] = register_file(handle);
 }
 
+// Already closed or never ours: the dispatcher hands a null handle, and
+// nothing is done.
 TG_HANDLER(handle_close) {
-  TIFF* handle = registered_file_id(operands[0], entry);
-  auto& registry = open_file_registry();
-  const auto it = registry.find(handle);
-  if (it == registry.end()) return;  // already closed or never ours: nothing to do
-  TIFFClose(handle);
-  registry.erase(it);
+  if (tif != nullptr) close_file(tif);
 }
 
 }  // namespace tiffgate

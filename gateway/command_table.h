@@ -8,14 +8,22 @@
 #include <string_view>
 #include <vector>
 
-namespace tiffgate {
+typedef struct tiff TIFF;
 
-struct CommandEntry;
+namespace tiffgate {
 
 /// Every handler has this signature. operands are the inputs after the
 /// command word; a result goes to outputs[0] (the YCbCr reads fill 0 to 2).
-using Handler = void (*)(int nOutputs, zvArray* outputs[], int nOperands, const zvArray* operands[],
-                         const CommandEntry& entry);
+/// tif is the open file that operands[0] names, for the commands that take
+/// one (null for "close" of a file no longer open, and for the others).
+using Handler = void (*)(int nOutputs, zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
+
+/// How the dispatcher checks a command's first operand before its handler runs.
+enum class FileOperand {
+  none,      ///< the command takes no file
+  open,      ///< a file open now: badFileId for 0, invalidFileId otherwise
+  closable,  ///< the same, but a file no longer open is handed on as null
+};
 
 struct CommandEntry {
   std::int32_t code;
@@ -24,6 +32,7 @@ struct CommandEntry {
   std::string name;
   std::string libraryRoutine;  ///< informational only, never looked up
   Handler handler;
+  FileOperand file;
 };
 
 /// The table, built on first use (thread-safe static initialisation) and

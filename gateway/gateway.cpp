@@ -27,6 +27,16 @@ std::string command_word(int nInputs, const zvArray* inputs[]) {
   return zvArrayToNarrow(inputs[0]);
 }
 
+/// The file a command's first operand names, checked as its row says.
+TIFF* file_operand(const CommandEntry& entry, const zvArray* operands[]) {
+  switch (entry.file) {
+    case FileOperand::open: return open_file(operands[0]);
+    case FileOperand::closable: return open_file_or_null(operands[0]);
+    case FileOperand::none: break;
+  }
+  return nullptr;
+}
+
 }  // namespace
 }  // namespace tiffgate
 
@@ -36,6 +46,7 @@ void zulFunction(int nOutputs, zvArray* outputs[], int nInputs, const zvArray* i
   as_command([&] {
     const std::string word = command_word(nInputs, inputs);
     const CommandEntry& entry = lookup_command(word, nInputs - 1);
-    entry.handler(nOutputs, outputs, nInputs - 1, inputs + 1, entry);
+    const zvArray** operands = inputs + 1;
+    entry.handler(nOutputs, outputs, nInputs - 1, operands, file_operand(entry, operands));
   });
 }

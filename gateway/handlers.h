@@ -7,7 +7,7 @@
 #define TG_HANDLER(name)                                                                     \
   void name([[maybe_unused]] int nOutputs, [[maybe_unused]] zvArray* outputs[],             \
             [[maybe_unused]] int nOperands, [[maybe_unused]] const zvArray* operands[],     \
-            [[maybe_unused]] const CommandEntry& entry)
+            [[maybe_unused]] TIFF* tif)
 
 namespace tiffgate {
 

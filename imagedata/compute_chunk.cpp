@@ -30,7 +30,6 @@ zvArray* one_based(std::uint32_t index) { return zvCreateDoubleScalar(static_cas
 }  // namespace
 
 TG_HANDLER(handle_compute_strip) {
-  TIFF* tif = basic_file_id(operands[0]);
   const ImageLayout layout = readImageLayout(tif);
   std::uint32_t row = indexToUInt32(operands[1]);
   if (row >= layout.imageLength) row = layout.imageLength - 1;  // the last row
@@ -39,7 +38,6 @@ TG_HANDLER(handle_compute_strip) {
 }
 
 TG_HANDLER(handle_compute_tile) {
-  TIFF* tif = basic_file_id(operands[0]);
   const ImageLayout layout = readImageLayout(tif);
   auto [column, row] = rowColumnToUInt32Pair(operands[1]);
   const std::uint16_t sample = sample_operand(nOperands, operands, layout);

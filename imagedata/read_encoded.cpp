@@ -157,12 +157,11 @@ void store_chunk(zvArray* outputs[], const ImageLayout& layout, zvClassID cls,
   outputs[0] = out;
 }
 
-/// The checks, decode and extent of strip operands[1] of file operands[0];
+/// The checks, decode and extent of strip operands[1] of the open file tif;
 /// then store(layout, cls, chunk, rows, columns) with the chunk's part
 /// inside the image.
 template <class Store>
-void read_strip(const zvArray* const operands[], Store store) {
-  TIFF* tif = basic_file_id(operands[0]);
+void read_strip(TIFF* tif, const zvArray* const operands[], Store store) {
   const ImageLayout layout = readImageLayout(tif);
   check_read_configuration(layout);
   if (TIFFIsTiled(tif)) raise(Tiff::strippedOperationOnTiledImage());
@@ -198,8 +197,7 @@ void read_strip(const zvArray* const operands[], Store store) {
 
 /// The same for tile operands[1]; a third operand is ignored.
 template <class Store>
-void read_tile(const zvArray* const operands[], Store store) {
-  TIFF* tif = basic_file_id(operands[0]);
+void read_tile(TIFF* tif, const zvArray* const operands[], Store store) {
   const ImageLayout layout = readImageLayout(tif);
   check_read_configuration(layout);
   if (!TIFFIsTiled(tif)) raise(Tiff::tiledOperationOnStrippedImage());
@@ -254,12 +252,12 @@ ChunkPlacement store_into(const ChunkDestination& to, const ImageLayout& layout,
 }  // namespace
 
 TG_HANDLER(handle_read_encoded_strip) {
-  read_strip(operands, [&](auto&&... args) { store_chunk(outputs, args...); });
+  read_strip(tif, operands, [&](auto&&... args) { store_chunk(outputs, args...); });
 }
 
 // A third operand is admitted by the command table and ignored.
 TG_HANDLER(handle_read_encoded_tile) {
-  read_tile(operands, [&](auto&&... args) { store_chunk(outputs, args...); });
+  read_tile(tif, operands, [&](auto&&... args) { store_chunk(outputs, args...); });
 }
 
 ChunkPlacement read_chunk_into(const zvArray* id, ChunkCommand command, const zvArray* chunk,
@@ -268,10 +266,11 @@ ChunkPlacement read_chunk_into(const zvArray* id, ChunkCommand command, const zv
   ChunkPlacement placement;
   const auto store = [&](auto&&... args) { placement = store_into(destination, args...); };
   as_command([&] {
+    TIFF* tif = open_file(id);
     if (command == ChunkCommand::strip)
-      read_strip(operands, store);
+      read_strip(tif, operands, store);
     else
-      read_tile(operands, store);
+      read_tile(tif, operands, store);
   });
   return placement;
 }

@@ -38,7 +38,6 @@ std::uint32_t* raster_words(zvArray* raster) { return static_cast<std::uint32_t*
 }  // namespace
 
 TG_HANDLER(handle_read_rgba_image) {
-  TIFF* tif = basic_file_id(operands[0]);
   const ImageLayout layout = readImageLayout(tif);
   if (!raster_fits(tif, layout.imageWidth, layout.imageLength)) raise(Tiff::imageReadErrorRGBA());
   zvArray* raster = create_raster(layout.imageWidth, layout.imageLength);
@@ -48,7 +47,6 @@ TG_HANDLER(handle_read_rgba_image) {
 }
 
 TG_HANDLER(handle_read_rgba_strip) {
-  TIFF* tif = basic_file_id(operands[0]);
   const ImageLayout layout = readImageLayout(tif);
   if (TIFFIsTiled(tif)) raise(Tiff::strippedOperationOnTiledImage());
 
@@ -71,7 +69,6 @@ TG_HANDLER(handle_read_rgba_strip) {
 }
 
 TG_HANDLER(handle_read_rgba_tile) {
-  TIFF* tif = basic_file_id(operands[0]);
   const ImageLayout layout = readImageLayout(tif);
   if (!TIFFIsTiled(tif)) raise(Tiff::tiledOperationOnStrippedImage());
 

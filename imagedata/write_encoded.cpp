@@ -185,8 +185,7 @@ void check_write_fits(std::uint32_t chunk, std::uint32_t chunks, tmsize_t size) 
   if (needed > limit) raise(Tiff::tooManyBytes(Int{chunk}, text(limit), text(needed)));
 }
 
-void write_encoded(const ChunkKind& kind, int nOperands, const zvArray* operands[]) {
-  TIFF* tif = basic_file_id(operands[0]);
+void write_encoded(const ChunkKind& kind, TIFF* tif, int nOperands, const zvArray* operands[]) {
   ImageLayout layout;
   readImageLayout(tif, layout);
   const zvArray* const* images = operands + 2;
@@ -213,8 +212,8 @@ void write_encoded(const ChunkKind& kind, int nOperands, const zvArray* operands
 
 }  // namespace
 
-TG_HANDLER(handle_write_encoded_strip) { write_encoded(kStrips, nOperands, operands); }
+TG_HANDLER(handle_write_encoded_strip) { write_encoded(kStrips, tif, nOperands, operands); }
 
-TG_HANDLER(handle_write_encoded_tile) { write_encoded(kTiles, nOperands, operands); }
+TG_HANDLER(handle_write_encoded_tile) { write_encoded(kTiles, tif, nOperands, operands); }
 
 }  // namespace tiffgate

@@ -317,7 +317,6 @@ const ReadRow kReaders[] = {
 }  // namespace
 
 TG_HANDLER(handle_get_field) {
-  TIFF* tif = basic_file_id(operands[0]);
   const std::uint32_t tag = indexToUInt32(operands[1]);
   const std::string name = tagName(tag);
   const auto row = std::find_if(std::begin(kReaders), std::end(kReaders),

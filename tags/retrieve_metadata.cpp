@@ -14,7 +14,6 @@
 namespace tiffgate {
 
 TG_HANDLER(handle_retrieve_metadata) {
-  TIFF* tif = registered_file_id(operands[0], entry);
   const ImageLayout layout = readImageLayout(tif);
 
   // Created in this order; the host shows them so.

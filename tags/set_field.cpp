@@ -239,7 +239,6 @@ int write_floats(const TagWrite& w) {
 
 TG_HANDLER(handle_set_field) {
   using namespace detail;
-  TIFF* tif = basic_file_id(operands[0]);
   const std::uint32_t tag = indexToUInt32(operands[1]);
   const SetFieldRow* row = find_row(tag);
   // The mode check runs before the tag's name is looked up, although the

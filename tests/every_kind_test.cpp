@@ -548,7 +548,7 @@ TEST(every_kind, reached_through_the_host_and_leaves_nothing_behind) {
     // The first run builds what libtiff and the runtime keep from call to
     // call (codec state, buffers that only grow); the second is measured.
     row.reach(files);
-    const std::set<TIFF*> registry = tiffgate::open_file_registry();
+    const tiffgate::FileRegistry registry = tiffgate::open_file_registry();
     const std::size_t descriptors = open_descriptors();
     const std::int64_t blocks = g_live_blocks;  // last: the copies above are part of it
     {

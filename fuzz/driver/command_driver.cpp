@@ -45,7 +45,7 @@ constexpr const char* kReadFiles[] = {
 Array num(double v) { return Array::scalar(v); }
 
 bool is_live(std::uint64_t value) {
-  return open_file_registry().count(reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(value))) != 0;
+  return registered_handle(value) != nullptr;
 }
 
 template <class T>
@@ -194,7 +194,7 @@ class Program {
         form = IdForm::Zero;
       } else {
         value = pool[choice % pool.size()];
-        if (is_live(value)) target_ = reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(value));
+        if (is_live(value)) target_ = registered_handle(value);
       }
     }
     switch (form) {

@@ -118,7 +118,7 @@ void Session::check(std::string_view word, const CallResult& result) {
     return;
   }
   opened_.push_back(*result.outputs[0]);
-  if (open_file_registry().count(handle_of(opened_.back())) == 0) problem("open: identifier not registered");
+  if (handle_of(opened_.back()) == nullptr) problem("open: identifier not registered");
 }
 
 void Session::finish() {

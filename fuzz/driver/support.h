@@ -3,6 +3,7 @@
 /// gateway call, and the budget that keeps one input's work bounded.
 
 #include "fuzz/driver/drivers.h"
+#include "files/files.h"
 #include "host/embedded/session.h"
 
 #include <cstdint>
@@ -24,10 +25,8 @@ const std::string& scratch_dir();
 /// beside the sources.
 std::string corpus_dir();
 
-/// The libtiff handle a file identifier holds: its value is the address.
-inline TIFF* handle_of(const Array& id) {
-  return reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(id.at<std::uint64_t>(0)));
-}
+/// The libtiff handle an identifier names while its file is open, else null.
+inline TIFF* handle_of(const Array& id) { return registered_handle(id.at<std::uint64_t>(0)); }
 
 /// An operand in one line: class, extents and the first few values.
 std::string describe(const Array& a);

@@ -1,7 +1,5 @@
 ## Every command with wrong classes, NaN, empty and huge values, forged and
-## closed identifiers (for the commands that consult the registry of open
-## files; the others take an identifier as it is, by design, and get only 0
-## and valid ones) and missing operands. Each call must succeed or fail with
+## closed identifiers and missing operands. Each call must succeed or fail with
 ## an error Octave can catch; at the end Octave must still be answering.
 
 function octave_bad_input_test ()
@@ -43,9 +41,7 @@ function octave_bad_input_test ()
     log = attempt_open (log, fullfile (dir, "mode.tif"), m{1});
   endfor
 
-  ## Commands that look identifiers up in the registry. "close" gets no
-  ## valid identifier: the handles must outlive the sweep, because the
-  ## commands below would take a closed one as it is.
+  ## "close" gets no valid identifier: the handles must outlive the sweep.
   log = sweep (log, "close", 1, [values, forged_ids], values);
   registry = {"currentDirectory", 1; "lastDirectory", 1; "setDirectory", 2;
               "setSubDirectory", 2; "readDirectory", 1; "writeDirectory", 1;
@@ -55,15 +51,14 @@ function octave_bad_input_test ()
     log = sweep (log, registry{k, 1}, registry{k, 2}, ids, values);
   endfor
 
-  ## Commands that take an identifier as it is: only 0 and valid ones.
   basic_reads = {"numberOfStrips", 1; "numberOfTiles", 1; "isTiled", 1; "computeStrip", 3;
                  "computeTile", 3; "getField", 2; "readEncodedStrip", 2; "readEncodedTile", 3;
                  "readRGBAImage", 1; "readRGBAStrip", 2; "readRGBATile", 3};
-  ids = [zero_ids, num2cell(readers), {updater, empty}];
+  ids = [zero_ids, forged_ids, num2cell(readers), {updater, empty}];
   for k = 1:rows (basic_reads)
     log = sweep (log, basic_reads{k, 1}, basic_reads{k, 2}, ids, values);
   endfor
-  ids = [zero_ids, {readers(1), updater, empty}];
+  ids = [zero_ids, forged_ids, {readers(1), updater, empty}];
   log = sweep (log, "writeEncodedStrip", 5, ids, values);
   log = sweep (log, "writeEncodedTile", 5, ids, values);
 
@@ -77,7 +72,15 @@ function octave_bad_input_test ()
       log = attempt (log, {"close", h}, 0);
     endfor
   endfor
-  log = sweep (log, "setField", 3, {0, readers(1)}, values);
+  log = sweep (log, "setField", 3, [{0, readers(1)}, forged_ids], values);
+
+  ## A closed identifier is refused as such, by a data command too.
+  try
+    tiffgate ("readEncodedStrip", closed, 0);
+    error ("tiffgate:test", "a closed identifier was read");
+  catch err
+    assert (err.identifier, "Quarn:imagesci:Tiff:invalidFileId");
+  end_try_catch
 
   ## Still answering, and the files opened here are as they were.
   assert (strncmp (tiffgate ("getVersion"), "LIBTIFF", 7));

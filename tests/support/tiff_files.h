@@ -3,6 +3,7 @@
 /// (never through the module), so that tests check against values known
 /// independently of the code under test.
 
+#include "files/files.h"
 #include "host/embedded/session.h"
 
 #include <tiffio.h>
@@ -76,12 +77,10 @@ void write_multi_directory_file(const std::string& path, int count);
 /// SubIFD offsets as written.
 std::vector<std::uint64_t> write_file_with_subifds(const std::string& path, int subifds);
 
-/// The libtiff handle behind a file identifier, so that a test can check the
+/// The libtiff handle behind the identifier of an open file, so that a test can check the
 /// module's work with libtiff itself, or change the handle's state the way
 /// a host-side caller could not.
-inline TIFF* handle_of(const embedded::Array& id) {
-  return reinterpret_cast<TIFF*>(static_cast<std::uintptr_t>(id.at<std::uint64_t>(0)));
-}
+inline TIFF* handle_of(const embedded::Array& id) { return registered_handle(id.at<std::uint64_t>(0)); }
 
 /// "Quarn:imagesci:Tiff:<kind>", an identifier as the host sees it.
 inline std::string tiff_id(const std::string& kind) { return "Quarn:imagesci:Tiff:" + kind; }
