@@ -8,12 +8,10 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 if [ "${1:-}" = octave ]; then
   TIFFGATE_WITH_OCTAVE=1 scripts/install-deps.sh
-  for target in tiffgate_oct tiffgate_mex; do
-    scripts/build.sh build-bench -DTIFFGATE_TESTS=OFF -DTIFFGATE_BENCH=ON --target "$target" >/dev/null
-  done
+  scripts/build.sh build-bench -DTIFFGATE_TESTS=OFF -DTIFFGATE_BENCH=ON --target tiffgate_oct >/dev/null
   exec octave-cli --no-gui --norc --no-history --quiet --eval \
     "addpath('host/octave/package/inst', 'bench/octave');
-     tiffgate_octave_bench('$PWD/build-bench/octave', '$PWD/build-bench/octave-mex', ${2:-8192}, ${3:-3})"
+     tiffgate_octave_bench('$PWD/build-bench/octave', ${2:-8192}, ${3:-3})"
 fi
 TIFFGATE_WITH_OCTAVE=${TIFFGATE_WITH_OCTAVE:-0} scripts/install-deps.sh
 # A tree of its own: the benchmarks need no tests, and the other trees keep

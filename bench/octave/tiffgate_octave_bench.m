@@ -1,20 +1,20 @@
-## tiffgate_octave_bench (OCT_DIR, MEX_DIR, [SIDE, [REPEATS]])
+## tiffgate_octave_bench (OCT_DIR, [SIDE, [REPEATS]])
 ##
 ## Times tiffgate_read against Octave's imread on a SIDE x SIDE RGB uint8
 ## image (default 8192) stored uncompressed and with Deflate, and
 ## tiffgate_write against imwrite, all in one run, and prints a Markdown
 ## table of medians of REPEATS runs (default 3) with the ratio Octave /
-## tiffgate (above 1: tiffgate is faster). Two more rows per case measure
-## the hosts themselves: every strip through the public read or write
-## command, assembled (or cut) in Octave as a script would, once with
-## tiffgate.oct from OCT_DIR, once with tiffgate.mex from MEX_DIR.
+## tiffgate (above 1: tiffgate is faster). One more row per case measures
+## the host itself: every strip through the public read or write command,
+## assembled (or cut) in Octave as a script would, with tiffgate.oct from
+## OCT_DIR.
 ## scripts/bench.sh octave runs it (docs/PERFORMANCE.md).
 
-function tiffgate_octave_bench (oct_dir, mex_dir, side, repeats)
-  if (nargin < 3)
+function tiffgate_octave_bench (oct_dir, side, repeats)
+  if (nargin < 2)
     side = 8192;
   endif
-  if (nargin < 4)
+  if (nargin < 3)
     repeats = 3;
   endif
   dir = tempname (bench_root ());
@@ -31,7 +31,7 @@ function tiffgate_octave_bench (oct_dir, mex_dir, side, repeats)
   for k = 1:2
     imwrite (img, files{k}, "Compression", compressions{k});
   endfor
-  use_host (oct_dir, mex_dir);
+  addpath (oct_dir);
   assert (isequal (tiffgate_read (files{1}), img) && isequal (tiffgate_read (files{2}), img));
   out = fullfile (dir, "out.tif");
 
@@ -41,37 +41,19 @@ function tiffgate_octave_bench (oct_dir, mex_dir, side, repeats)
   targets = [8, 4];
   names = {"uncompressed", "Deflate"};
   for k = 1:2
-    use_host (oct_dir, mex_dir);
     ours = median_time (@() tiffgate_read (files{k}), repeats);
     theirs = median_time (@() imread (files{k}), repeats);
     row (sprintf ("read, %s: tiffgate_read / imread", names{k}), ours, theirs, targets(k));
     row (sprintf ("read, %s: strips assembled in Octave, oct-file", names{k}),
          median_time (@() read_by_strips (files{k}), repeats), theirs);
-    use_host (mex_dir, oct_dir);
-    row (sprintf ("read, %s: strips assembled in Octave, MEX file", names{k}),
-         median_time (@() read_by_strips (files{k}), repeats), theirs);
   endfor
   for k = 1:2
-    use_host (oct_dir, mex_dir);
     ours = median_time (@() tiffgate_write (out, img, "Compression", compressions{k}), repeats);
     theirs = median_time (@() imwrite (img, out, "Compression", compressions{k}), repeats);
     row (sprintf ("write, %s: tiffgate_write / imwrite", names{k}), ours, theirs, 4);
     row (sprintf ("write, %s: strips cut in Octave, oct-file", names{k}),
          median_time (@() write_by_strips (out, img, compressions{k}), repeats), theirs);
-    use_host (mex_dir, oct_dir);
-    row (sprintf ("write, %s: strips cut in Octave, MEX file", names{k}),
-         median_time (@() write_by_strips (out, img, compressions{k}), repeats), theirs);
   endfor
-  use_host (oct_dir, mex_dir);
-endfunction
-
-## tiffgate from FIRST, with SECOND off the path.
-function use_host (first, second)
-  clear tiffgate
-  if (any (strcmp (strsplit (path (), pathsep ()), second)))
-    rmpath (second);
-  endif
-  addpath (first);
 endfunction
 
 ## What a script does without the helpers' internal entry: each strip read

@@ -1,10 +1,12 @@
-// The pieces both Octave adapters share: warnings, the at-exit list and the
-// layout of module text in Octave's 8-bit characters.
+// What the files of the Octave host share: errors and warnings through
+// Octave's own routines, the at-exit list and the layout of module text in
+// Octave's 8-bit characters.
 
 #include "host/octave/adapter.h"
 
 #include "gateway/text.h"
-#include "host/octave/messages.h"
+
+#include <octave/error.h>
 
 #include <algorithm>
 #include <limits>
@@ -34,6 +36,10 @@ std::size_t numel_of(const std::vector<std::size_t>& dims) {
 
 }  // namespace
 
+// Octave's own routines take the text as it stands: no "tiffgate: " goes
+// before the catalogue's text.
+void report_error(const char* identifier, const char* message) { error_with_id(identifier, "%s", message); }
+
 OperandError complex_operand(int index) {
   return {kComplexOperandId,
           "Argument " + std::to_string(index + 1) + " is complex; tiffgate takes real values only."};
@@ -41,11 +47,11 @@ OperandError complex_operand(int index) {
 
 void issue_warning(const char* identifier, const std::string& message) {
   if (!at_exit_state().running) {
-    report_warning(identifier, message.c_str());
+    warning_with_id(identifier, "%s", message.c_str());
     return;
   }
   try {
-    report_warning(identifier, message.c_str());
+    warning_with_id(identifier, "%s", message.c_str());
   } catch (...) {
     // warning('error', ...) made this an error; the closer must still go on.
   }

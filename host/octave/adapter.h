@@ -1,10 +1,8 @@
 #pragma once
-/// What both Octave adapters share: the oct-file over Octave's own arrays
-/// (the default) and the MEX file. Neither Octave's headers nor mex.h are
-/// needed here, so both may include it.
+/// What the files of the Octave host share: its own failures, warnings,
+/// the at-exit list, and the layout of module text in Octave's characters.
 
 #include <cstddef>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -24,6 +22,10 @@ struct OperandError {
 /// The refusal of operand `index` (from 0): the module has no use for an
 /// imaginary part.
 OperandError complex_operand(int index);
+
+/// Octave's error routine, with the identifier and the text exactly as
+/// given; it leaves by Octave's own exception and never returns.
+[[noreturn]] void report_error(const char* identifier, const char* message);
 
 /// Shows a warning through Octave's warning routine, so that lastwarn and
 /// warning('off', id) see it. While the at-exit list runs, a warning the
@@ -53,13 +55,5 @@ struct CharLayout {
 /// n is n x 1. `text` holds as many code units as the dimensions say (or is
 /// null: blanks of code 0).
 CharLayout char_layout(std::vector<std::size_t> dims, const char16_t* text);
-
-/// Copies text into a fixed buffer, cut to fit: the buffer must outlive the
-/// exception the text came from, and must need no destructor, because
-/// Octave's error routine does not return.
-template <std::size_t N>
-void copy_text(char (&buffer)[N], const char* text) {
-  std::snprintf(buffer, N, "%s", text ? text : "");
-}
 
 }  // namespace tiffgate::octave_host

@@ -1,17 +1,14 @@
-// Octave's entry into the module as an oct-file: the function tiffgate
+// Octave's entry into the module: the function tiffgate
 // forwards to zulFunction and is the one place where C++ exceptions meet
 // Octave. Nothing foreign may leave it: Octave takes its own exceptions and
 // nothing else.
 //
 // The function object is our own subclass of Octave's, so that the at-exit
-// list runs when Octave clears the function or exits, as a MEX file's exit
-// function does.
+// list runs when Octave clears the function or exits.
 
 #include "host/host.h"
 #include "host/msgid.h"
 #include "host/octave/adapter.h"
-#include "host/octave/guard.h"
-#include "host/octave/messages.h"
 #include "host/octave/oct_array.h"
 #include "host/octave/oct_image.h"
 
@@ -20,6 +17,7 @@
 #include <octave/quit.h>  // octave::execution_exception and its kin
 
 #include <algorithm>
+#include <cstdio>
 #include <exception>
 #include <fstream>
 #include <new>
@@ -28,6 +26,57 @@
 
 namespace tiffgate::octave_host {
 namespace {
+
+/// Copies text into a fixed buffer, cut to fit: the buffer must outlive the
+/// exception the text came from, and must need no destructor, because
+/// Octave's error routine does not return.
+template <std::size_t N>
+void copy_text(char (&buffer)[N], const char* text) {
+  std::snprintf(buffer, N, "%s", text ? text : "");
+}
+
+/// A failure's identifier and text, in fixed buffers: they outlive the
+/// exception and need no destructor when Octave's error routine leaves.
+struct FailureText {
+  char identifier[128] = "";
+  char message[4096] = "";
+};
+
+/// Runs `body`. Octave's own exceptions (an error, Ctrl-C, exit) pass
+/// through; any other failure is written to `failure` and false returned,
+/// for the caller to report once every handler has unwound.
+template <class Body>
+bool guarded(Body&& body, FailureText& failure) {
+  try {
+    body();
+    return true;
+  } catch (const octave::execution_exception&) {
+    throw;  // Octave's own error (a warning made an error, out of memory, ...)
+  } catch (const octave::interrupt_exception&) {
+    throw;
+  } catch (const octave::exit_exception&) {
+    throw;
+  } catch (const Quarn::IMsgIDException& error) {
+    copy_text(failure.identifier, error.GetID());
+    // Every carrier is also a std::exception whose what() is the rendered text.
+    const auto* standard = dynamic_cast<const std::exception*>(&error);
+    copy_text(failure.message, standard ? standard->what() : "");
+  } catch (const OperandError& error) {
+    copy_text(failure.identifier, error.identifier);
+    copy_text(failure.message, error.message.c_str());
+  } catch (const std::bad_alloc&) {
+    copy_text(failure.identifier, kOutOfMemoryId);
+    copy_text(failure.message, "Out of memory.");
+  } catch (const std::exception& error) {
+    copy_text(failure.identifier, kInternalErrorId);
+    copy_text(failure.message, error.what());
+  } catch (...) {
+    copy_text(failure.identifier, kInternalErrorId);
+    copy_text(failure.message, "An unknown exception reached the host.");
+  }
+  return false;
+}
+
 
 /// Releases every array of the call when it ends, error or not; a call
 /// made from inside another (none today) leaves the outer call's arrays.

@@ -49,7 +49,7 @@
 ## @seealso{tiffgate_read, tiffgate_write, tiffgate_info}
 ## @end deftypefn
 
-## This file carries the help text of tiffgate.oct (or tiffgate.mex), which
+## This file carries the help text of tiffgate.oct, which
 ## lies beside it and is what Octave calls.
 function varargout = tiffgate (varargin)
   error ("tiffgate:notBuilt", "tiffgate: tiffgate.oct is missing beside %s", mfilename ("fullpath"));
