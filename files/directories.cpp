@@ -7,22 +7,22 @@
 
 namespace tiffgate {
 
-TG_HANDLER(handle_current_directory) {
+void handle_current_directory(zvArray* outputs[], int, const zvArray*[], TIFF* tif) {
   // Counted from 1 and kept in 16 bits, so libtiff's 65535 reads as 0.
   const auto number = static_cast<std::uint16_t>(TIFFCurrentDirectory(tif) + 1u);
   outputs[0] = zvCreateDoubleScalar(number);
 }
 
-TG_HANDLER(handle_last_directory) {
+void handle_last_directory(zvArray* outputs[], int, const zvArray*[], TIFF* tif) {
   outputs[0] = zvCreateLogicalScalar(TIFFLastDirectory(tif) != 0);
 }
 
-TG_HANDLER(handle_set_directory) {
+void handle_set_directory(zvArray*[], int, const zvArray* operands[], TIFF* tif) {
   const std::uint16_t index = indexToUInt16(operands[1]);
   if (!TIFFSetDirectory(tif, index)) raise(Tiff::unableToChangeDir(detail::Int{index} + 1));
 }
 
-TG_HANDLER(handle_set_sub_directory) {
+void handle_set_sub_directory(zvArray*[], int, const zvArray* operands[], TIFF* tif) {
   const std::uint64_t offset = offsetToUInt64(operands[1]);
   std::uint16_t count = 0;
   std::uint64_t* offsets = nullptr;
@@ -37,29 +37,29 @@ TG_HANDLER(handle_set_sub_directory) {
     raise(Tiff::unableToChangeSubdir(static_cast<detail::Int>(offset)));
 }
 
-TG_HANDLER(handle_read_directory) {
+void handle_read_directory(zvArray*[], int, const zvArray*[], TIFF* tif) {
   if (!TIFFReadDirectory(tif)) raise(Tiff::unableToReadDir());
 }
 
 // The kinds of the next two are crossed against their wording on purpose:
 // callers match on these identifiers.
-TG_HANDLER(handle_write_directory) {
+void handle_write_directory(zvArray*[], int, const zvArray*[], TIFF* tif) {
   if (!TIFFWriteDirectory(tif)) raise(Tiff::unableToWriteCurrentDir());
 }
 
-TG_HANDLER(handle_rewrite_directory) {
+void handle_rewrite_directory(zvArray*[], int, const zvArray*[], TIFF* tif) {
   if (!TIFFRewriteDirectory(tif)) raise(Tiff::unableToWriteDir());
 }
 
-TG_HANDLER(handle_number_of_strips) {
+void handle_number_of_strips(zvArray* outputs[], int, const zvArray*[], TIFF* tif) {
   outputs[0] = zvCreateDoubleScalar(static_cast<std::uint32_t>(TIFFNumberOfStrips(tif)));
 }
 
-TG_HANDLER(handle_number_of_tiles) {
+void handle_number_of_tiles(zvArray* outputs[], int, const zvArray*[], TIFF* tif) {
   outputs[0] = zvCreateDoubleScalar(static_cast<std::uint32_t>(TIFFNumberOfTiles(tif)));
 }
 
-TG_HANDLER(handle_is_tiled) {
+void handle_is_tiled(zvArray* outputs[], int, const zvArray*[], TIFF* tif) {
   outputs[0] = zvCreateLogicalScalar(TIFFIsTiled(tif) == 1);
 }
 

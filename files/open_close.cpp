@@ -91,7 +91,7 @@ void close_files_at_exit() {
   registry.clear();
 }
 
-TG_HANDLER(handle_open) {
+void handle_open(zvArray* outputs[], int, const zvArray* operands[], TIFF*) {
   if (zvGetClassID(operands[0]) != zvCHAR_CLASS) raise(Tiff::argumentWasNotChar("file"));
   if (zvGetClassID(operands[1]) != zvCHAR_CLASS) raise(Tiff::argumentWasNotChar("access mode"));
   const std::u16string name = zvArrayToUtf16(operands[0]);
@@ -109,7 +109,7 @@ TG_HANDLER(handle_open) {
 
 // Already closed or never ours: the dispatcher hands a null handle, and
 // nothing is done.
-TG_HANDLER(handle_close) {
+void handle_close(zvArray*[], int, const zvArray*[], TIFF* tif) {
   if (tif != nullptr) close_file(tif);
 }
 

@@ -16,7 +16,7 @@ namespace tiffgate {
 /// command word; a result goes to outputs[0] (the YCbCr reads fill 0 to 2).
 /// tif is the open file that operands[0] names, for the commands that take
 /// one (null for "close" of a file no longer open, and for the others).
-using Handler = void (*)(int nOutputs, zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
+using Handler = void (*)(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
 
 /// How the dispatcher checks a command's first operand before its handler runs.
 enum class FileOperand {

@@ -10,7 +10,7 @@
 
 namespace tiffgate {
 
-TG_HANDLER(handle_get_version) {
+void handle_get_version(zvArray* outputs[], int, const zvArray*[], TIFF*) {
   outputs[0] = zvCreateString(TIFFGetVersion());
 }
 
@@ -40,13 +40,15 @@ TIFF* file_operand(const CommandEntry& entry, const zvArray* operands[]) {
 }  // namespace
 }  // namespace tiffgate
 
-void zulFunction(int nOutputs, zvArray* outputs[], int nInputs, const zvArray* inputs[]) {
+// The number of outputs asked for is not consulted: every handler stores
+// its results, and the host keeps what it asked for.
+void zulFunction(int /*nOutputs*/, zvArray* outputs[], int nInputs, const zvArray* inputs[]) {
   using namespace tiffgate;
   zulAtExit(close_files_at_exit);
   as_command([&] {
     const std::string word = command_word(nInputs, inputs);
     const CommandEntry& entry = lookup_command(word, nInputs - 1);
     const zvArray** operands = inputs + 1;
-    entry.handler(nOutputs, outputs, nInputs - 1, operands, file_operand(entry, operands));
+    entry.handler(outputs, nInputs - 1, operands, file_operand(entry, operands));
   });
 }

@@ -29,7 +29,7 @@ zvArray* one_based(std::uint32_t index) { return zvCreateDoubleScalar(static_cas
 
 }  // namespace
 
-TG_HANDLER(handle_compute_strip) {
+void handle_compute_strip(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif) {
   const ImageLayout layout = readImageLayout(tif);
   std::uint32_t row = indexToUInt32(operands[1]);
   if (row >= layout.imageLength) row = layout.imageLength - 1;  // the last row
@@ -37,7 +37,7 @@ TG_HANDLER(handle_compute_strip) {
   outputs[0] = one_based(TIFFComputeStrip(tif, row, sample));
 }
 
-TG_HANDLER(handle_compute_tile) {
+void handle_compute_tile(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif) {
   const ImageLayout layout = readImageLayout(tif);
   auto [column, row] = rowColumnToUInt32Pair(operands[1]);
   const std::uint16_t sample = sample_operand(nOperands, operands, layout);

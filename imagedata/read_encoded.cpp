@@ -251,12 +251,12 @@ ChunkPlacement store_into(const ChunkDestination& to, const ImageLayout& layout,
 
 }  // namespace
 
-TG_HANDLER(handle_read_encoded_strip) {
+void handle_read_encoded_strip(zvArray* outputs[], int, const zvArray* operands[], TIFF* tif) {
   read_strip(tif, operands, [&](auto&&... args) { store_chunk(outputs, args...); });
 }
 
 // A third operand is admitted by the command table and ignored.
-TG_HANDLER(handle_read_encoded_tile) {
+void handle_read_encoded_tile(zvArray* outputs[], int, const zvArray* operands[], TIFF* tif) {
   read_tile(tif, operands, [&](auto&&... args) { store_chunk(outputs, args...); });
 }
 

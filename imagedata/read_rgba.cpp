@@ -37,7 +37,7 @@ std::uint32_t* raster_words(zvArray* raster) { return static_cast<std::uint32_t*
 
 }  // namespace
 
-TG_HANDLER(handle_read_rgba_image) {
+void handle_read_rgba_image(zvArray* outputs[], int, const zvArray*[], TIFF* tif) {
   const ImageLayout layout = readImageLayout(tif);
   if (!raster_fits(tif, layout.imageWidth, layout.imageLength)) raise(Tiff::imageReadErrorRGBA());
   zvArray* raster = create_raster(layout.imageWidth, layout.imageLength);
@@ -46,7 +46,7 @@ TG_HANDLER(handle_read_rgba_image) {
   outputs[0] = raster;
 }
 
-TG_HANDLER(handle_read_rgba_strip) {
+void handle_read_rgba_strip(zvArray* outputs[], int, const zvArray* operands[], TIFF* tif) {
   const ImageLayout layout = readImageLayout(tif);
   if (TIFFIsTiled(tif)) raise(Tiff::strippedOperationOnTiledImage());
 
@@ -68,7 +68,7 @@ TG_HANDLER(handle_read_rgba_strip) {
   outputs[0] = raster;
 }
 
-TG_HANDLER(handle_read_rgba_tile) {
+void handle_read_rgba_tile(zvArray* outputs[], int, const zvArray* operands[], TIFF* tif) {
   const ImageLayout layout = readImageLayout(tif);
   if (!TIFFIsTiled(tif)) raise(Tiff::tiledOperationOnStrippedImage());
 

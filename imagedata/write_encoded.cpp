@@ -212,8 +212,12 @@ void write_encoded(const ChunkKind& kind, TIFF* tif, int nOperands, const zvArra
 
 }  // namespace
 
-TG_HANDLER(handle_write_encoded_strip) { write_encoded(kStrips, tif, nOperands, operands); }
+void handle_write_encoded_strip(zvArray*[], int nOperands, const zvArray* operands[], TIFF* tif) {
+  write_encoded(kStrips, tif, nOperands, operands);
+}
 
-TG_HANDLER(handle_write_encoded_tile) { write_encoded(kTiles, tif, nOperands, operands); }
+void handle_write_encoded_tile(zvArray*[], int nOperands, const zvArray* operands[], TIFF* tif) {
+  write_encoded(kTiles, tif, nOperands, operands);
+}
 
 }  // namespace tiffgate

@@ -316,7 +316,7 @@ const ReadRow kReaders[] = {
 
 }  // namespace
 
-TG_HANDLER(handle_get_field) {
+void handle_get_field(zvArray* outputs[], int, const zvArray* operands[], TIFF* tif) {
   const std::uint32_t tag = indexToUInt32(operands[1]);
   const std::string name = tagName(tag);
   const auto row = std::find_if(std::begin(kReaders), std::end(kReaders),

@@ -13,7 +13,7 @@
 
 namespace tiffgate {
 
-TG_HANDLER(handle_retrieve_metadata) {
+void handle_retrieve_metadata(zvArray* outputs[], int, const zvArray*[], TIFF* tif) {
   const ImageLayout layout = readImageLayout(tif);
 
   // Created in this order; the host shows them so.

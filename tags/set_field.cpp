@@ -237,7 +237,7 @@ int write_floats(const TagWrite& w) {
 
 }  // namespace detail
 
-TG_HANDLER(handle_set_field) {
+void handle_set_field(zvArray*[], int, const zvArray* operands[], TIFF* tif) {
   using namespace detail;
   const std::uint32_t tag = indexToUInt32(operands[1]);
   const SetFieldRow* row = find_row(tag);
