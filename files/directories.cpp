@@ -1,7 +1,7 @@
 #include "files/files.h"
-#include "gateway/convert.h"
-#include "gateway/errors.h"
-#include "gateway/handlers.h"
+#include "core/convert.h"
+#include "core/errors.h"
+#include "files/commands.h"
 
 #include <tiffio.h>
 

@@ -2,7 +2,7 @@
 /// Open files: the registry of handles and their identifiers, the closer
 /// run at unload, and the GeoTIFF tag extender.
 
-#include "host/host.h"
+#include "core/host.h"
 
 #include <cstdint>
 #include <map>

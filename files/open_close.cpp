@@ -1,8 +1,8 @@
 #include "files/files.h"
-#include "gateway/convert.h"
-#include "gateway/errors.h"
-#include "gateway/handlers.h"
-#include "gateway/text.h"
+#include "core/convert.h"
+#include "core/errors.h"
+#include "files/commands.h"
+#include "core/text.h"
 
 #include <tiffio.h>
 

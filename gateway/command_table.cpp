@@ -1,9 +1,21 @@
 #include "gateway/command_table.h"
 
-#include "gateway/errors.h"
-#include "gateway/handlers.h"
+#include "core/errors.h"
+#include "files/commands.h"
+#include "imagedata/commands.h"
+#include "tags/commands.h"
+
+#include <tiffio.h>
 
 namespace tiffgate {
+namespace {
+
+// The one command of no folder: it touches no file.
+void handle_get_version(zvArray* outputs[], int, const zvArray*[], TIFF*) {
+  outputs[0] = zvCreateString(TIFFGetVersion());
+}
+
+}  // namespace
 
 const std::vector<CommandEntry>& command_table() {
   // Alphabetical but for "rewriteDirectory" before "retrieveMetadata"; code 4

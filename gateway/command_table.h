@@ -1,7 +1,7 @@
 #pragma once
 /// The 25 commands of the gateway and their lookup.
 
-#include "host/host.h"
+#include "core/host.h"
 
 #include <cstdint>
 #include <string>

@@ -1,18 +1,13 @@
 #include "files/files.h"
 #include "gateway/command_table.h"
-#include "gateway/errors.h"
-#include "gateway/handlers.h"
-#include "gateway/command_scope.h"
+#include "core/errors.h"
+#include "core/command_scope.h"
 
 #include <tiffio.h>
 
 #include <string>
 
 namespace tiffgate {
-
-void handle_get_version(zvArray* outputs[], int, const zvArray*[], TIFF*) {
-  outputs[0] = zvCreateString(TIFFGetVersion());
-}
 
 namespace {
 

@@ -1,8 +1,7 @@
-#include "files/files.h"
-#include "gateway/convert.h"
-#include "gateway/errors.h"
-#include "gateway/handlers.h"
-#include "imagedata/layout.h"
+#include "core/convert.h"
+#include "core/errors.h"
+#include "imagedata/commands.h"
+#include "tags/layout.h"
 
 #include <tiffio.h>
 

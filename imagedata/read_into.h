@@ -4,7 +4,7 @@
 /// entry that assembles a whole image and would otherwise copy each chunk's
 /// own array into place.
 
-#include "host/host.h"
+#include "core/host.h"
 
 #include <cstddef>
 

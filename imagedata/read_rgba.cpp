@@ -1,9 +1,8 @@
-#include "files/files.h"
-#include "gateway/convert.h"
-#include "gateway/errors.h"
-#include "gateway/handlers.h"
-#include "imagedata/layout.h"
-#include "imagedata/memory_limit.h"
+#include "core/convert.h"
+#include "core/errors.h"
+#include "imagedata/commands.h"
+#include "tags/layout.h"
+#include "core/memory_limit.h"
 
 #include <tiffio.h>
 

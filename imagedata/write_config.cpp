@@ -1,6 +1,6 @@
 #include "imagedata/write_config.h"
 
-#include "gateway/errors.h"
+#include "core/errors.h"
 
 #include <tiffio.h>
 

@@ -3,8 +3,8 @@
 /// arrays the host passed against the tags already set in the current
 /// directory.
 
-#include "host/host.h"
-#include "imagedata/layout.h"
+#include "core/host.h"
+#include "tags/layout.h"
 
 #include <cstddef>
 

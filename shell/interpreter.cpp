@@ -1,6 +1,5 @@
 #include "shell/interpreter.h"
 
-#include "gateway/command_table.h"
 #include "host/embedded/session.h"
 #include "shell/printer.h"
 
@@ -11,12 +10,6 @@
 namespace tiffgate::shell {
 
 namespace {
-
-bool is_command(const std::string& name) {
-  for (const CommandEntry& entry : command_table())
-    if (entry.name == name) return true;
-  return false;
-}
 
 double range_operand(const Array& a) {
   if (!is_numeric_or_logical(a.class_id()) || a.numel() != 1)
@@ -184,14 +177,18 @@ std::vector<Array> Interpreter::call(const Node& node, int nargout) {
     return {index(*base, subscripts)};
   }
   const std::string& name = callee.text;
-  const bool gateway = name == "gateway";
-  if (!gateway && !is_builtin(name) && !is_command(name))
-    fail("tiffgate:undefined", "'" + name + "' is neither a variable, a builtin nor a command");
   std::vector<Array> args;
   for (std::size_t i = first; i < node.kids.size(); ++i) args.push_back(value_of(*node.kids[i]));
-  if (gateway) return call_gateway(std::nullopt, std::move(args), nargout);
+  if (name == "gateway") return call_gateway(std::nullopt, std::move(args), nargout);
   if (is_builtin(name)) return call_builtin(name, args, nargout);
-  return call_gateway(name, std::move(args), nargout);
+  // Any other name goes to the module, which knows its commands: a word it
+  // does not know is the name of nothing at all.
+  try {
+    return call_gateway(name, std::move(args), nargout);
+  } catch (const ShellError& e) {
+    if (e.identifier() != "Quarn:imagesci:Tiff:InvalidOperation") throw;
+    fail("tiffgate:undefined", "'" + name + "' is neither a variable, a builtin nor a command");
+  }
 }
 
 std::vector<Array> Interpreter::call_gateway(std::optional<std::string> word, std::vector<Array> operands,

@@ -2,8 +2,8 @@
 // type. Each converts the host value into the exact arrays libtiff copies
 // from, after every check has passed.
 
-#include "gateway/convert.h"
-#include "gateway/errors.h"
+#include "core/convert.h"
+#include "core/errors.h"
 #include "tags/tag_checks.h"
 #include "tags/tag_read.h"
 

@@ -2,11 +2,10 @@
 // the command reads has one row below naming its reader; every reader knows
 // the exact argument types libtiff hands that tag back in.
 
-#include "files/files.h"
-#include "gateway/convert.h"
-#include "gateway/errors.h"
-#include "gateway/handlers.h"
-#include "imagedata/memory_limit.h"
+#include "core/convert.h"
+#include "core/errors.h"
+#include "tags/commands.h"
+#include "core/memory_limit.h"
 #include "tags/tag_names.h"
 #include "tags/tag_read.h"
 

@@ -1,10 +1,9 @@
 // "retrieveMetadata": the layout record of the current directory as one
 // host structure, for a host-side reader to plan its reads with.
 
-#include "files/files.h"
-#include "gateway/errors.h"
-#include "gateway/handlers.h"
-#include "imagedata/layout.h"
+#include "core/errors.h"
+#include "tags/commands.h"
+#include "tags/layout.h"
 
 #include <tiffio.h>
 

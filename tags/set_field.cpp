@@ -3,10 +3,9 @@
 // of TIFFSetField; the image-structure and colour tags have setters of
 // their own that first check the value against the tags already set.
 
-#include "files/files.h"
-#include "gateway/convert.h"
-#include "gateway/errors.h"
-#include "gateway/handlers.h"
+#include "core/convert.h"
+#include "core/errors.h"
+#include "tags/commands.h"
 #include "tags/tag_checks.h"
 #include "tags/tag_names.h"
 

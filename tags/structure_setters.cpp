@@ -2,9 +2,9 @@
 // Each checks the value against the tags already set, chiefly
 // PhotometricInterpretation, and writes nothing until every check passed.
 
-#include "gateway/convert.h"
-#include "gateway/errors.h"
-#include "imagedata/layout.h"
+#include "core/convert.h"
+#include "core/errors.h"
+#include "tags/layout.h"
 #include "tags/tag_checks.h"
 #include "tags/tag_names.h"
 #include "tags/tag_read.h"

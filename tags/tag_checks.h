@@ -3,8 +3,8 @@
 /// tags already in the directory that the checks need, and the setters that
 /// the setField table dispatches to.
 
-#include "gateway/convert.h"
-#include "host/host.h"
+#include "core/convert.h"
+#include "core/host.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "tags/tag_names.h"
 
-#include "gateway/errors.h"
+#include "core/errors.h"
 
 #include <utility>
 #include <vector>

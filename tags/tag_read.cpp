@@ -1,6 +1,6 @@
 #include "tags/tag_read.h"
 
-#include "gateway/errors.h"
+#include "core/errors.h"
 
 #include <algorithm>
 #include <limits>

@@ -2,7 +2,7 @@
 // results for not-a-number, the single-precision rule, and the typed entry
 // points with their class checks, called directly (no handler in between).
 
-#include "gateway/convert.h"
+#include "core/convert.h"
 #include "support/foundation.h"
 
 #include <gtest/gtest.h>

@@ -9,7 +9,7 @@
 // reason, in kExplained; a difference not listed there, or a listed one
 // that no longer happens, fails the test.
 
-#include "gateway/catalogue.h"
+#include "core/catalogue.h"
 #include "support/corpus.h"
 #include "support/image_files.h"
 #include "shell/sha256.h"

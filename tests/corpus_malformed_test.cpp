@@ -5,7 +5,7 @@
 // does not take the test down; the child exits normally, so that the
 // sanitizer build's leak check runs for it.
 
-#include "gateway/catalogue.h"
+#include "core/catalogue.h"
 #include "support/corpus.h"
 #include "support/image_files.h"
 #include "support/tiff_files.h"

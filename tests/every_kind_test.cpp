@@ -591,7 +591,7 @@ TEST(every_kind, reached_through_the_host_and_leaves_nothing_behind) {
   // Every kind of the list, and only those.
   std::set<std::string> kinds;
 #define TG_KIND(ns, name, ...) kinds.insert(#ns ":" #name);
-#include "gateway/kinds.def"
+#include "core/kinds.def"
 #undef TG_KIND
   EXPECT_EQ(kinds.size(), 117u);
   EXPECT_EQ(covered, kinds);

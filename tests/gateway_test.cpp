@@ -6,8 +6,8 @@
 // (the at-exit closer runs through it), calls that fail, output slots, and
 // the array type with its cells and structures.
 
-#include "gateway/catalogue.h"
-#include "gateway/errors.h"
+#include "core/catalogue.h"
+#include "core/errors.h"
 #include "support/foundation.h"
 #include "support/tiff_files.h"
 
@@ -220,7 +220,8 @@ TEST(embedded_host_test, a_failed_call_leaves_the_host_ready) {
   // call in progress; a failing call frees them (the leak checker of the
   // sanitizer build holds this test to it).
   for (int i = 0; i < 3; ++i) {
-    zvCreateDoubleMatrix(100, 100);
+    const std::size_t dims[2] = {100, 100};
+    zvCreateNumericArray(2, dims, zvDOUBLE_CLASS);
     zvCreateString("orphan");
     const auto failed = call("open", {num(1), str("r")});
     EXPECT_EQ(failed.error_id(), tiff_id("argumentWasNotChar"));
@@ -291,17 +292,12 @@ TEST(embedded_host_test, arrays_text_and_shapes) {
   // Text is held as UTF-16 and handed out as UTF-8 copies.
   const Array text = Array::text(u"a\u00E9\U0001F600");
   EXPECT_EQ(text.numel(), 4u);  // the emoji is a surrogate pair
-  char* narrow = zvArrayToString(&text);
-  ASSERT_NE(narrow, nullptr);
-  EXPECT_STREQ(narrow, "a\xC3\xA9\xF0\x9F\x98\x80");
-  zvFree(narrow);
-  EXPECT_EQ(zvArrayToString(&m), nullptr);
+  EXPECT_EQ(zvArrayToNarrow(&text), "a\xC3\xA9\xF0\x9F\x98\x80");
   EXPECT_EQ(zvGetLogicals(&m), nullptr);
   const std::size_t two[] = {1, 2};
   const zvArray* made = zvCreateCharArray(2, two, u"hi");
   EXPECT_EQ(made->utf8(), "hi");
   EXPECT_STREQ(zvGetClassName(made), "char");
-  EXPECT_EQ(zvGetElementSize(made), 2u);
 }
 
 }  // namespace
@@ -367,7 +363,7 @@ const DeclaredKind kDeclared[] = {
 #define TG_KIND(ns, name, ...)                                                         \
   {"Quarn:imagesci:" #ns ":" #name, #__VA_ARGS__, Quarn::imagesci::ns::name::kArgumentCount, \
    Quarn::imagesci::ns::name::kIndex},
-#include "gateway/kinds.def"
+#include "core/kinds.def"
 #undef TG_KIND
 };
 
@@ -451,12 +447,9 @@ TEST(errors_test, narrow_and_utf16_text_render_the_same) {
   EXPECT_EQ(boost::get<std::string>(Tiff::argumentWasNotChar("file").arguments()[0]), "file");
   // A null text is an empty argument, not a crash.
   EXPECT_EQ(boost::get<std::string>(Tiff::closingFileHandle(static_cast<const char*>(nullptr)).arguments()[0]), "");
-  EXPECT_EQ(boost::get<std::string>(photometric_text().value), "PhotometricInterpretation");
-  EXPECT_EQ(boost::get<std::string>(samples_per_pixel_text().value), "SamplesPerPixel");
 }
 
-TEST(errors_test, raise_throws_the_carrier_even_when_the_host_returns) {
-  // The embedded host's error routine returns, so the throw is the module's.
+TEST(errors_test, raise_throws_the_carrier) {
   bool after_raise = false;
   try {
     raise(Tiff::unableToChangeDir(7));
@@ -466,12 +459,6 @@ TEST(errors_test, raise_throws_the_carrier_even_when_the_host_returns) {
     EXPECT_EQ(std::string(e.what()), e.kind().message());
     EXPECT_EQ(e.GetUnicodeMessageTxt(), e.kind().unicode_message());
     EXPECT_EQ(boost::get<std::int64_t>(e.GetBaseMsgIDObj().arguments().at(0)), 7);
-
-    // A clone is a copy of the same kind; rethrow throws the same type.
-    const std::unique_ptr<Quarn::IMsgIDException> copy = e.clone();
-    EXPECT_STREQ(copy->GetID(), e.GetID());
-    EXPECT_THROW(copy->rethrow(), Quarn::Exception<Tiff::unableToChangeDir>);
-    EXPECT_THROW(e.rethrow(), std::exception);
   }
   EXPECT_FALSE(after_raise);
 

@@ -4,8 +4,8 @@
 // on corpus files whose layout the manifest records; the tag name table.
 
 #include "files/files.h"
-#include "gateway/text.h"
-#include "imagedata/layout.h"
+#include "core/text.h"
+#include "tags/layout.h"
 #include "support/calls.h"
 #include "support/tag_files.h"
 #include "support/tiff_files.h"

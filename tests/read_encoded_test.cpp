@@ -3,7 +3,7 @@
 // libtiff's own decode of the same chunk, "readRGBAImage", "readRGBAStrip"
 // and "readRGBATile" against libtiff's TIFFReadRGBA* output, and
 // "computeStrip" and "computeTile" against answers worked out by hand.
-#include "gateway/libtiff_messages.h"
+#include "core/libtiff_messages.h"
 #include "support/calls.h"
 #include "support/image_files.h"
 #include "support/raw_tiff.h"

@@ -4,7 +4,7 @@
 // memory is watched around each refusal, so that an allocation that merely
 // happened to succeed (lazily granted pages) cannot pass for a refusal.
 
-#include "imagedata/memory_limit.h"
+#include "core/memory_limit.h"
 #include "support/foundation.h"
 #include "support/raw_tiff.h"
 #include "support/write_files.h"

@@ -1,6 +1,6 @@
 #include "host/embedded/array.h"
 
-#include "gateway/text.h"
+#include "core/text.h"
 
 #include <algorithm>
 #include <cstdlib>

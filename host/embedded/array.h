@@ -3,7 +3,7 @@
 /// as UTF-16; cells; structures with ordered fields. It is the zvArray of
 /// this host and an ordinary value type for the code that drives it.
 
-#include "host/host.h"
+#include "core/host.h"
 
 #include <algorithm>  // std::min
 #include <cstddef>

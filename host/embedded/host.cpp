@@ -1,8 +1,9 @@
 // The host boundary over the embedded array type.
 
 #include "host/embedded/session.h"
-#include "gateway/text.h"
-#include "host/host.h"
+#include "core/text.h"
+#include "core/host.h"
+#include "core/msgid.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -48,17 +49,6 @@ void zulAtExit(void (*function)()) {
   if (std::find(list.begin(), list.end(), function) == list.end()) list.push_back(function);
 }
 
-char* zvArrayToString(const zvArray* array) {
-  if (array == nullptr || array->class_id() != zvCHAR_CLASS) return nullptr;
-  const std::string text = array->utf8();
-  char* copy = static_cast<char*>(std::malloc(text.size() + 1));
-  if (copy == nullptr) throw std::bad_alloc();
-  std::memcpy(copy, text.c_str(), text.size() + 1);
-  return copy;
-}
-
-void zvFree(void* pointer) { std::free(pointer); }
-
 std::u16string zvArrayToUtf16(const zvArray* array) { return array->utf16(); }
 
 std::string zvArrayToNarrow(const zvArray* array) { return array->utf8(); }
@@ -69,7 +59,6 @@ const std::size_t* zvGetDimensions(const zvArray* array) { return array->dims().
 void* zvGetData(const zvArray* array) { return const_cast<void*>(array->data()); }
 std::size_t zvGetNumberOfElements(const zvArray* array) { return array->numel(); }
 double zvGetScalar(const zvArray* array) { return array->number(0); }
-std::size_t zvGetElementSize(const zvArray* array) { return array->element_size(); }
 zvLogical* zvGetLogicals(const zvArray* array) {
   return array->class_id() == zvLOGICAL_CLASS ? static_cast<zvLogical*>(zvGetData(array)) : nullptr;
 }
@@ -80,16 +69,12 @@ zvArray* zvCreateDoubleScalar(double value) { return adopt(Array::scalar(value))
 zvArray* zvCreateLogicalScalar(bool value) { return adopt(Array::logical(value)); }
 zvArray* zvCreateString(const char* text) { return adopt(Array::text(std::string_view(text ? text : ""))); }
 
-zvArray* zvCreateNumericMatrix(std::size_t m, std::size_t n, zvClassID cls) {
-  return adopt(Array(cls, {m, n}));
-}
 zvArray* zvCreateNumericArray(std::size_t ndim, const std::size_t* dims, zvClassID cls) {
   return adopt(Array(cls, dims_of(ndim, dims)));
 }
 zvArray* zvCreateUninitNumericArray(std::size_t ndim, const std::size_t* dims, zvClassID cls) {
   return adopt(Array(cls, dims_of(ndim, dims), false));
 }
-zvArray* zvCreateDoubleMatrix(std::size_t m, std::size_t n) { return adopt(Array(zvDOUBLE_CLASS, {m, n})); }
 
 zvArray* zvCreateCharArray(std::size_t ndim, const std::size_t* dims, const char16_t* text) {
   Array a(zvCHAR_CLASS, dims_of(ndim, dims), text == nullptr);
@@ -122,11 +107,6 @@ void zvSetField(zvArray* structure, std::size_t index, const char* name, zvArray
   zvArray* slot = structure->field(name, index);
   if (slot == nullptr) throw std::out_of_range("zvSetField: no such field");
   *slot = value ? std::move(*value) : Array();
-}
-
-void zvReportErrMsgId(const Quarn::IMsgIDException&) {
-  // This host's error routine returns: the module throws the exception next,
-  // and the call boundary below records it.
 }
 
 void zvWarningMsgId(const Quarn::BaseMsgID& kind) {

@@ -3,6 +3,7 @@
 /// operands, get back its outputs, the warnings it issued in order, and the
 /// error it raised. A failed call leaves the host ready for the next one.
 
+#include "core/msgid.h"
 #include "host/embedded/array.h"
 
 #include <optional>

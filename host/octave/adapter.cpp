@@ -4,7 +4,7 @@
 
 #include "host/octave/adapter.h"
 
-#include "gateway/text.h"
+#include "core/text.h"
 
 #include <octave/error.h>
 

@@ -6,7 +6,7 @@
 /// them to Octave; the operands Octave passed in that have no data (cells,
 /// structures, function handles...) hold the value itself.
 
-#include "host/host.h"
+#include "core/host.h"
 
 #include <octave/oct.h>
 

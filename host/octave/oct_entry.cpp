@@ -6,8 +6,8 @@
 // The function object is our own subclass of Octave's, so that the at-exit
 // list runs when Octave clears the function or exits.
 
-#include "host/host.h"
-#include "host/msgid.h"
+#include "core/host.h"
+#include "core/msgid.h"
 #include "host/octave/adapter.h"
 #include "host/octave/oct_array.h"
 #include "host/octave/oct_image.h"

@@ -7,8 +7,9 @@
 // Octave numbers its classes as host.h does. Its text is 8-bit and holds
 // UTF-8; see char_layout for the text the module creates.
 
-#include "gateway/text.h"
-#include "host/host.h"
+#include "core/text.h"
+#include "core/host.h"
+#include "core/msgid.h"
 #include "host/octave/adapter.h"
 #include "host/octave/oct_array.h"
 
@@ -242,17 +243,6 @@ octave_value value_of(const zvArray* array) {
 
 // --- text ---
 
-char* zvArrayToString(const zvArray* array) {
-  if (array == nullptr || array->cls != zvCHAR_CLASS) return nullptr;
-  auto* copy = static_cast<char*>(std::malloc(array->numel + 1));
-  if (copy == nullptr) throw std::bad_alloc();
-  if (array->numel > 0) std::memcpy(copy, array->data, array->numel);
-  copy[array->numel] = '\0';
-  return copy;
-}
-
-void zvFree(void* pointer) { std::free(pointer); }
-
 std::u16string zvArrayToUtf16(const zvArray* array) { return tiffgate::utf8_to_utf16(text_bytes(array)); }
 
 // Octave's text is UTF-8 already, the platform's narrow encoding.
@@ -275,8 +265,6 @@ double zvGetScalar(const zvArray* array) {
       },
       array->array);
 }
-
-std::size_t zvGetElementSize(const zvArray* array) { return array->element_size; }
 
 zvLogical* zvGetLogicals(const zvArray* array) {
   return array->cls == zvLOGICAL_CLASS ? static_cast<zvLogical*>(array->data) : nullptr;
@@ -308,11 +296,6 @@ zvArray* zvCreateString(const char* text) {
   return array;
 }
 
-zvArray* zvCreateNumericMatrix(std::size_t m, std::size_t n, zvClassID cls) {
-  const std::size_t dims[2] = {m, n};
-  return create_array(octave_dims(2, dims), cls, true);
-}
-
 zvArray* zvCreateNumericArray(std::size_t ndim, const std::size_t* dims, zvClassID cls) {
   return create_array(octave_dims(ndim, dims), cls, true);
 }
@@ -320,8 +303,6 @@ zvArray* zvCreateNumericArray(std::size_t ndim, const std::size_t* dims, zvClass
 zvArray* zvCreateUninitNumericArray(std::size_t ndim, const std::size_t* dims, zvClassID cls) {
   return create_array(octave_dims(ndim, dims), cls, false);
 }
-
-zvArray* zvCreateDoubleMatrix(std::size_t m, std::size_t n) { return zvCreateNumericMatrix(m, n, zvDOUBLE_CLASS); }
 
 // See char_layout.
 zvArray* zvCreateCharArray(std::size_t ndim, const std::size_t* dims, const char16_t* text) {
@@ -369,13 +350,6 @@ void zvSetField(zvArray* structure, std::size_t index, const char* name, zvArray
 }
 
 // --- errors and warnings ---
-
-void zvReportErrMsgId(const Quarn::IMsgIDException&) {
-  // Returns on purpose: Octave's error routine does not return, and calling
-  // it here would leave the module's frames by Octave's own exception. The
-  // module throws the kind next; the entry reports it once every destructor
-  // in the module has run.
-}
 
 void zvWarningMsgId(const Quarn::BaseMsgID& kind) { issue_warning(kind.identifier(), kind.message()); }
 

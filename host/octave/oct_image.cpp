@@ -7,7 +7,7 @@
 
 #include "host/octave/oct_image.h"
 
-#include "host/host.h"
+#include "core/host.h"
 #include "host/octave/adapter.h"
 #include "host/octave/oct_array.h"
 #include "imagedata/read_into.h"

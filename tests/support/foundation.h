@@ -4,7 +4,7 @@
 /// and files with a particular quirk, all written with libtiff directly.
 
 #include "host/embedded/session.h"
-#include "host/msgid.h"
+#include "core/msgid.h"
 #include "support/tiff_files.h"
 
 #include <tiffio.h>

@@ -1,6 +1,6 @@
 #include "support/tiff_files.h"
 
-#include "gateway/text.h"
+#include "core/text.h"
 
 #include <gtest/gtest.h>
 

@@ -23,11 +23,10 @@ file(COPY ${package}/COPYING ${package}/INDEX ${package}/post_install.m ${packag
 # tiffgate.m carries the oct-file's help; post_install.m puts it beside it.
 file(COPY ${package}/src/Makefile ${SOURCE_DIR}/host/octave/tiffgate.m DESTINATION ${root}/src)
 
-foreach(folder gateway files tags imagedata)
+foreach(folder core files tags imagedata gateway)
   file(COPY ${SOURCE_DIR}/${folder} DESTINATION ${root}/src
        FILES_MATCHING PATTERN "*.cpp" PATTERN "*.h" PATTERN "*.def" PATTERN "*.inc")
 endforeach()
-file(COPY ${SOURCE_DIR}/host/host.h ${SOURCE_DIR}/host/msgid.h DESTINATION ${root}/src/host)
 file(GLOB adapter ${SOURCE_DIR}/host/octave/*.cpp ${SOURCE_DIR}/host/octave/*.h)
 file(COPY ${adapter} DESTINATION ${root}/src/host/octave)
 

@@ -9,15 +9,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace Quarn {
 
-/// A text argument: narrow (UTF-8) text, or UTF-16 text where the module
-/// already holds it that way (file names).
-using TextArg = boost::variant<std::string, std::u16string>;
 /// One argument of a kind: text, or a signed 64-bit integer.
 using MsgArg = boost::variant<std::string, std::u16string, std::int64_t>;
 
@@ -44,8 +40,6 @@ class BaseMsgID {
 /// The interface of exceptions that carry a message identifier.
 class IMsgIDException {
  public:
-  virtual std::unique_ptr<IMsgIDException> clone() const = 0;
-  [[noreturn]] virtual void rethrow() const = 0;
   virtual ~IMsgIDException() = default;
   virtual const char* GetID() const = 0;
   virtual std::u16string GetUnicodeMessageTxt() const = 0;
@@ -58,10 +52,6 @@ class Exception final : public IMsgIDException, public std::exception {
  public:
   explicit Exception(Kind kind) : kind_(std::move(kind)), what_(kind_.message()) {}
 
-  std::unique_ptr<IMsgIDException> clone() const override {
-    return std::make_unique<Exception>(*this);
-  }
-  [[noreturn]] void rethrow() const override { throw Exception(*this); }
   const char* what() const noexcept override { return what_.c_str(); }
   const char* GetID() const override { return kind_.identifier(); }
   std::u16string GetUnicodeMessageTxt() const override { return kind_.unicode_message(); }

@@ -4,8 +4,8 @@
 /// the converters cannot represent is the caller's argumentOutOfBounds, and
 /// after success libtiff's messages are shown as warnings.
 
-#include "gateway/errors.h"
-#include "gateway/libtiff_messages.h"
+#include "core/errors.h"
+#include "core/libtiff_messages.h"
 
 #include <boost/numeric/conversion/converter.hpp>
 #include <tiffio.h>

@@ -1,6 +1,6 @@
-#include "imagedata/layout.h"
+#include "tags/layout.h"
 
-#include "gateway/errors.h"
+#include "core/errors.h"
 #include "tags/tag_read.h"
 
 #include <tiffio.h>

@@ -1,6 +1,6 @@
-#include "gateway/catalogue.h"
-#include "gateway/text.h"
-#include "host/msgid.h"
+#include "core/catalogue.h"
+#include "core/text.h"
+#include "core/msgid.h"
 
 namespace Quarn {
 namespace {

@@ -1,9 +1,7 @@
 #pragma once
 /// The host boundary: every operation the module needs from the host that
 /// loads it. Each host (host/embedded, host/octave) implements these over its
-/// own array type; nothing outside host/ includes a host's own headers.
-
-#include "host/msgid.h"
+/// own array type; the module includes no host's own headers.
 
 #include <cstddef>
 #include <cstdint>
@@ -40,11 +38,11 @@ void zulFunction(int nOutputs, zvArray* outputs[], int nInputs, const zvArray* i
 /// Registers a function that the host calls once when it unloads the module.
 void zulAtExit(void (*function)());
 
+namespace Quarn {
+class BaseMsgID;
+}
+
 // --- text ---
-/// A newly allocated, NUL-terminated narrow copy of a text array; release it
-/// with zvFree. Null when the array is not text.
-char* zvArrayToString(const zvArray* array);
-void zvFree(void* pointer);
 /// The text of a text array as UTF-16.
 std::u16string zvArrayToUtf16(const zvArray* array);
 /// The text of a text array through an encoding converter into the
@@ -59,7 +57,6 @@ void* zvGetData(const zvArray* array);
 std::size_t zvGetNumberOfElements(const zvArray* array);
 /// The first element as a double (0 for an empty or non-numeric array).
 double zvGetScalar(const zvArray* array);
-std::size_t zvGetElementSize(const zvArray* array);
 zvLogical* zvGetLogicals(const zvArray* array);
 const char* zvGetClassName(const zvArray* array);
 bool zvIsEmpty(const zvArray* array);
@@ -68,10 +65,8 @@ bool zvIsEmpty(const zvArray* array);
 zvArray* zvCreateDoubleScalar(double value);
 zvArray* zvCreateLogicalScalar(bool value);
 zvArray* zvCreateString(const char* text);
-zvArray* zvCreateNumericMatrix(std::size_t m, std::size_t n, zvClassID cls);
 zvArray* zvCreateNumericArray(std::size_t ndim, const std::size_t* dims, zvClassID cls);
 zvArray* zvCreateUninitNumericArray(std::size_t ndim, const std::size_t* dims, zvClassID cls);
-zvArray* zvCreateDoubleMatrix(std::size_t m, std::size_t n);
 /// A text array of the given dimensions, filled from UTF-16 text in
 /// column-major order (the host stores it in its own character width).
 zvArray* zvCreateCharArray(std::size_t ndim, const std::size_t* dims, const char16_t* text);
@@ -86,19 +81,12 @@ zvArray* zvCreateStructMatrix(std::size_t m, std::size_t n, int nfields, const c
 void zvSetField(zvArray* structure, std::size_t index, const char* name, zvArray* value);
 
 // --- errors and warnings ---
-/// The host's error routine. It reports the kind and unwinds into the host;
-/// a host whose routine returns leaves the throwing to zvErrMsgId below.
-void zvReportErrMsgId(const Quarn::IMsgIDException& error);
+// An error is a Quarn::Exception carrying its kind (core/errors.h), thrown
+// through the module and caught by each host at its entry, where it is
+// reported once every frame of the module has unwound.
+
 /// Shows the kind's message as a host warning and returns.
 void zvWarningMsgId(const Quarn::BaseMsgID& kind);
-
-/// Raises an error kind; never returns, even when the host's routine does.
-template <class Kind>
-[[noreturn]] void zvErrMsgId(const Kind& kind) {
-  Quarn::Exception<Kind> error(kind);
-  zvReportErrMsgId(error);
-  throw error;
-}
 
 /// A warning that is not one of the catalogue's kinds: libtiff's own
 /// messages, surfaced after a successful command.

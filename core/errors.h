@@ -3,8 +3,8 @@
 /// kind in Quarn::imagesci::Tiff or Quarn::imagesci::validate, constructed
 /// with the arguments its message shows.
 
-#include "host/host.h"
-#include "host/msgid.h"
+#include "core/host.h"
+#include "core/msgid.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -28,7 +28,7 @@ inline Quarn::MsgArg to_arg(Int i) { return i; }
 /// Position of each kind in kinds.def (and the catalogue).
 enum class KindIndex : std::size_t {
 #define TG_KIND(ns, name, ...) ns##_##name,
-#include "gateway/kinds.def"
+#include "core/kinds.def"
 #undef TG_KIND
   count
 };
@@ -46,7 +46,7 @@ struct Kind<I, void(Args...)> : Quarn::BaseMsgID {
 /// Argument count of every kind, in catalogue order (for the catalogue test).
 inline constexpr std::size_t kArgumentCounts[] = {
 #define TG_KIND(ns, name, ...) Kind<KindIndex::ns##_##name, void(__VA_ARGS__)>::kArgumentCount,
-#include "gateway/kinds.def"
+#include "core/kinds.def"
 #undef TG_KIND
 };
 
@@ -67,7 +67,7 @@ namespace Quarn::imagesci::validate {
 using ::tiffgate::detail::Int;
 using ::tiffgate::detail::Text;
 }  // namespace Quarn::imagesci::validate
-#include "gateway/kinds.def"
+#include "core/kinds.def"
 #undef TG_KIND
 
 namespace tiffgate {
@@ -75,17 +75,13 @@ namespace tiffgate {
 namespace Tiff = Quarn::imagesci::Tiff;
 namespace validate = Quarn::imagesci::validate;
 
-/// Raise: report the kind to the host and never return.
+/// Raise: throw the kind, for the host's entry to report.
 template <class Kind>
 [[noreturn]] void raise(const Kind& kind) {
-  zvErrMsgId(kind);
+  throw Quarn::Exception<Kind>(kind);
 }
 
 /// Warn: show the kind as a host warning and go on.
 inline void warn(const Quarn::BaseMsgID& kind) { zvWarningMsgId(kind); }
-
-/// Text-argument builders with fixed texts, used by the image-structure setters.
-inline detail::Text samples_per_pixel_text() { return detail::Text("SamplesPerPixel"); }
-inline detail::Text photometric_text() { return detail::Text("PhotometricInterpretation"); }
 
 }  // namespace tiffgate

@@ -1,6 +1,6 @@
-#include "gateway/libtiff_messages.h"
+#include "core/libtiff_messages.h"
 
-#include "host/host.h"
+#include "core/host.h"
 
 #include <cstdio>
 #include <string>

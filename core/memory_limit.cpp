@@ -1,4 +1,4 @@
-#include "imagedata/memory_limit.h"
+#include "core/memory_limit.h"
 
 #include <unistd.h>  // sysconf
 

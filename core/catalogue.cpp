@@ -1,4 +1,4 @@
-#include "gateway/catalogue.h"
+#include "core/catalogue.h"
 
 #include <iterator>  // std::size
 

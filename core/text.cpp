@@ -1,4 +1,4 @@
-#include "gateway/text.h"
+#include "core/text.h"
 
 #include <cstdint>
 

@@ -5,8 +5,8 @@
 /// boost's bad_numeric_cast family, which the gateway turns into
 /// validate::argumentOutOfBounds.
 
-#include "gateway/errors.h"
-#include "host/host.h"
+#include "core/errors.h"
+#include "core/host.h"
 
 #include <boost/numeric/conversion/converter.hpp>
 

@@ -1,4 +1,4 @@
-#include "gateway/convert.h"
+#include "core/convert.h"
 
 namespace tiffgate {
 
