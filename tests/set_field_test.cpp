@@ -294,8 +294,9 @@ TEST(SetField, RefusalsNameTheirKindAndChangeNothing) {
       // A new depth after ColorMap or TransferFunction left libtiff's tables at the old size, read past later.
       {mapped8, 258, num(16), "badBitsPerSampleValue()"},
       {curved8, 258, num(16), "badBitsPerSampleValue()"},
-      {{{262, num(1)}, {301, Array::row({0, 65535})}, {262, num(32844)}, {259, num(34676)}}, 65560, num(3),
-       "invalidSGILogDataFmtValue(3)"},  // the LogLuv codec sets BitsPerSample 8
+      // The LogLuv codec would set BitsPerSample 8 (and SamplesPerPixel 3 first).
+      {{{262, num(1)}, {258, num(1)}, {320, filled(2, 3, 1)}, {262, num(32845)}, {259, num(34677)}}, 65560, num(3),
+       "invalidSGILogDataFmtValue(3)"},
       {mapped8, 258, num(8), "ok"},
       {palette8, 258, num(16), "ok"},
       {rgb, 258, num(64), "ok"},
