@@ -8,6 +8,7 @@
 #include "tags/commands.h"
 #include "tags/tag_checks.h"
 #include "tags/tag_names.h"
+#include "tags/tag_read.h"
 
 #include <tiffio.h>
 
@@ -72,30 +73,38 @@ std::string text_value(const TagWrite& w) {
 int write_text(const TagWrite& w) { return TIFFSetField(w.tif, w.tag, text_value(w).c_str()); }
 
 // Always "YYYY:MM:DD HH:MM:SS" long: shorter texts are padded with spaces.
+// Lengths are the host's characters, not the bytes of their UTF-8 form.
 int write_date_time(const TagWrite& w) {
   std::string text = text_value(w);
-  if (text.size() > w.count) raise(Tiff::dateTimeTooLong());
-  text.resize(w.count, ' ');
+  const std::size_t characters = zvArrayToUtf16(w.value).size();
+  if (characters > w.count) raise(Tiff::dateTimeTooLong());
+  text.append(w.count - characters, ' ');
   return TIFFSetField(w.tif, w.tag, text.c_str());
 }
 
-int write_counted16(const TagWrite& w) {
-  const std::vector<std::uint16_t> values = tagArrayToVector<std::uint16_t>(w.value, w.name);
+/// Values passed with their count. libtiff hands these tags back with a
+/// 16-bit count (the GeoTIFF tags are registered so too), so a longer value
+/// would come back cut short: it is refused instead.
+template <class T>
+int set_counted(const TagWrite& w, const std::vector<T>& values) {
   return TIFFSetField(w.tif, w.tag, count_as<std::uint16_t>(values.size()), values.data());
+}
+
+int write_counted16(const TagWrite& w) {
+  return set_counted(w, tagArrayToVector<std::uint16_t>(w.value, w.name));
 }
 
 /// Doubles with their count; count 0 in the row accepts any number of them.
 int write_doubles(const TagWrite& w) {
   const std::vector<double> values = tagArrayToVector<double>(w.value, w.name);
   if (w.count != 0 && values.size() != w.count) raise(Tiff::badTagValueCount(w.text, w.count));
-  return TIFFSetField(w.tif, w.tag, count_as<int>(values.size()), values.data());
+  return set_counted(w, values);
 }
 
 /// An M x count matrix, passed row after row with its element count.
 template <class T>
 int write_matrix(const TagWrite& w) {
-  const std::vector<T> values = tag2DArrayToVector<T>(w.value, w.count, w.name);
-  return TIFFSetField(w.tif, w.tag, count_as<int>(values.size()), values.data());
+  return set_counted(w, tag2DArrayToVector<T>(w.value, w.count, w.name));
 }
 
 /// Uninterpreted bytes, passed in place; count is the minimum length.
@@ -117,9 +126,11 @@ int write_xml_packet(const TagWrite& w) {
 }
 
 // Reserves that many sub-directories; libtiff fills in their offsets as the
-// directories that follow are written.
+// directories that follow are written. An empty list would be written as
+// an entry that libtiff cannot read back.
 int write_sub_ifds(const TagWrite& w) {
   const std::uint16_t count = tagScalarToUInt16(w.value, w.name);
+  if (count == 0) raise(Tiff::zeroLengthDimension(w.name));
   const std::vector<std::uint64_t> offsets(count, 0);
   return TIFFSetField(w.tif, w.tag, count, offsets.data());
 }
@@ -248,6 +259,10 @@ void handle_set_field(zvArray*[], int, const zvArray* operands[], TIFF* tif) {
     raise(Tiff::cannotWriteInReadMode());
   const std::string name = tagName(tag);
   if (row == nullptr) raise(Tiff::unrecognizedTagNumber(tag));
+  // libtiff would take the value as a count and a pointer to copy from.
+  // The tag cannot be written in this directory whatever the value, which
+  // is unableToWriteTag: the writing side of getField's unableToReadTag.
+  if (is_anonymous_field(tif, tag)) raise(Tiff::unableToWriteTag(name));
   if (row->flags & kSeparated) check_separated(tif, name.c_str());
   const TagWrite w{tif, tag, name.c_str(), row->text ? row->text : name.c_str(), row->count, operands[2]};
   if (!row->write(w) && !(row->flags & kUnchecked)) raise(Tiff::unableToWriteTag(name));

@@ -23,6 +23,14 @@ bool has_depth_sized_tables(TIFF* tif) {
          TIFFGetField(tif, TIFFTAG_TRANSFERFUNCTION, &tables[0], &tables[1], &tables[2]);
 }
 
+/// A new depth would leave the colour map or transfer curves at the old
+/// size, and every later read of them (getField's, and libtiff's own when
+/// it writes the directory) would run past their end. Every tag that sets
+/// BitsPerSample, itself or through libtiff, refuses such a depth.
+bool strands_depth_sized_tables(TIFF* tif, std::uint16_t bits) {
+  return bits != u16_defaulted(tif, TIFFTAG_BITSPERSAMPLE) && has_depth_sized_tables(tif);
+}
+
 }  // namespace
 
 std::uint16_t u16_before_write(TIFF* tif, std::uint32_t tag, const char* writing) {
@@ -106,13 +114,9 @@ int set_bits_per_sample(const TagWrite& w) {
   // A 1-bit palette image is refused on purpose.
   if (palette_or_lab && bits != 8 && bits != 16) raise(Tiff::badPhotometricLabPaletteBitsPerSampleCombination());
   if (is_log_luv(photometric)) raise(Tiff::doNotSetForLogLuv(w.name));
-  // A new depth would leave the colour map or transfer curves at the old
-  // size, and every later read of them (getField's, and libtiff's own when
-  // it writes the directory) would run past their end. The value itself is
-  // what cannot be taken any more, whatever the photometric interpretation:
-  // hence badBitsPerSampleValue.
-  if (bits != u16_defaulted(w.tif, TIFFTAG_BITSPERSAMPLE) && has_depth_sized_tables(w.tif))
-    raise(Tiff::badBitsPerSampleValue());
+  // The value itself is what cannot be taken any more, whatever the
+  // photometric interpretation: hence badBitsPerSampleValue.
+  if (strands_depth_sized_tables(w.tif, bits)) raise(Tiff::badBitsPerSampleValue());
   return TIFFSetField(w.tif, w.tag, bits);
 }
 
@@ -151,6 +155,11 @@ int set_sgi_log_data_fmt(const TagWrite& w) {
   if (static_cast<std::uint32_t>(current) <= SGILOGDATAFMT_8BIT) raise(Tiff::fmtAlreadySet());
   const std::uint32_t format = tagScalarToUInt32(w.value, w.name);
   if (format != SGILOGDATAFMT_FLOAT && format != SGILOGDATAFMT_8BIT) raise(Tiff::invalidSGILogDataFmtValue(format));
+  // libtiff's LogLuv codec sets BitsPerSample with the format: 32 for float
+  // samples, 8 for 8-bit ones. As for BitsPerSample itself, the value is
+  // what cannot be taken, and it is refused before SamplesPerPixel changes.
+  const std::uint16_t bits = format == SGILOGDATAFMT_FLOAT ? 32 : 8;
+  if (strands_depth_sized_tables(w.tif, bits)) raise(Tiff::invalidSGILogDataFmtValue(format));
   const std::uint16_t samples = photometric == PHOTOMETRIC_LOGL ? 1 : 3;
   // The one place where a failure can leave a tag changed: SamplesPerPixel.
   if (!TIFFSetField(w.tif, TIFFTAG_SAMPLESPERPIXEL, samples)) raise(Tiff::unableToWriteTag("SamplesPerPixel"));

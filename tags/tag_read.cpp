@@ -11,12 +11,13 @@ void checkTagRetrieval(int result, const std::string& name) {
   if (result == 0) raise(Tiff::tagRetrievalFailed(name));
 }
 
-void require_known_field(TIFF* tif, std::uint32_t tag) {
-  // Codec tags (Predictor, Group3Options ...) in a file whose compression
-  // does not define them become such anonymous fields.
+bool is_anonymous_field(TIFF* tif, std::uint32_t tag) {
   const TIFFField* field = TIFFFindField(tif, tag, TIFF_ANY);
-  if (field != nullptr && TIFFFieldIsAnonymous(field))
-    raise(Tiff::unableToReadTag(static_cast<detail::Int>(tag)));
+  return field != nullptr && TIFFFieldIsAnonymous(field);
+}
+
+void require_known_field(TIFF* tif, std::uint32_t tag) {
+  if (is_anonymous_field(tif, tag)) raise(Tiff::unableToReadTag(static_cast<detail::Int>(tag)));
 }
 
 std::uint16_t u16_defaulted(TIFF* tif, std::uint32_t tag) {

@@ -14,10 +14,14 @@ namespace tiffgate {
 /// Raises tagRetrievalFailed(name) when a libtiff tag read returned 0.
 void checkTagRetrieval(int result, const std::string& name);
 
-/// Raises unableToReadTag(tag) when libtiff knows the tag only from the
-/// file itself. libtiff then hands the value back as a count and a pointer
-/// whatever the tag is, so reading it with the tag's own argument types
-/// would write past them.
+/// libtiff knows the tag only from the file itself (an anonymous field):
+/// it then takes and hands back the value as a count and a pointer
+/// whatever the tag is. Codec tags (Predictor, Group3Options ...) in a file
+/// whose compression does not define them become such fields.
+bool is_anonymous_field(TIFF* tif, std::uint32_t tag);
+
+/// Raises unableToReadTag(tag) for an anonymous field: reading it with the
+/// tag's own argument types would write past them.
 void require_known_field(TIFF* tif, std::uint32_t tag);
 
 /// TIFFGetField for a tag whose absence is an error: tagRetrievalFailed(name).

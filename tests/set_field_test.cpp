@@ -2,6 +2,8 @@
 // directly; every refusal names its kind and leaves the directory as it was.
 
 #include "support/corpus.h"
+#include "support/foundation.h"
+#include "support/raw_tiff.h"
 #include "support/tiff_files.h"
 #include "support/write_files.h"
 
@@ -135,6 +137,7 @@ void round_trip(GatewayFile& f, const std::vector<Written>& rows) {
 
 // Every tag of the plain shapes, and the RGB colour tags; text goes to the
 // file as UTF-8 ("Zoë": 4 bytes and the terminator) and comes back whole.
+// DateTime's 19 are characters: 18 of them in 20 bytes take one space.
 TEST(SetField, RoundTripsThroughTheFile) {
   std::vector<double> curve(3 * 256), table(3 * 256);  // the curve as set, and as truncated to uint16
   for (std::size_t i = 0; i < curve.size(); ++i) {
@@ -151,7 +154,7 @@ TEST(SetField, RoundTripsThroughTheFile) {
       {283, Array::row({300}), "1<300>"}, {284, num(1), "1<1>"}, {285, str("page"), "5<page\\0>"},
       {286, num(1.5), "1<1.5>"}, {287, num(0.25), "1<0.25>"}, {296, num(3), "1<3>"},
       {297, Array::row({2, 9}), "2<2 9>"}, {301, Array::of(zvDOUBLE_CLASS, {256, 3}, curve), "768<0 85 170 255 ", Array::of(zvDOUBLE_CLASS, {256, 3}, table)},
-      {305, str("tiffgate"), "9<tiffgate\\0>"}, {306, str("2024:05:06 07:08"), "20<2024:05:06 07:08   \\0>", str("2024:05:06 07:08   ")},
+      {305, str("tiffgate"), "9<tiffgate\\0>"}, {306, str("2024:05:06 07:08\u00e9\u00e9"), "22<2024:05:06 07:08", str("2024:05:06 07:08\u00e9\u00e9 ")},
       {315, str("Zo\u00eb"), "5<Zo"}, {316, str("host"), "5<host\\0>"}, {317, num(2), "1<2>"},
       {318, Array::row({0.3127, 0.329}), "2<0.3127 0.329>"},
       {319, Array::row({0.64, 0.33, 0.3, 0.6, 0.15, 0.06}), "6<0.64 0.33 0.3 0.6 0.15 0.06>"},
@@ -175,8 +178,14 @@ TEST(SetField, RoundTripsThroughTheFile) {
 }
 
 // Every refusal with its exact arguments, after the tags of its setup; the
-// directory libtiff holds is the same before and after the refused call.
+// directory libtiff holds is the same before and after the refused call, and
+// a file opened for update is the same byte for byte once closed.
 TEST(SetField, RefusalsNameTheirKindAndChangeNothing) {
+  ScratchDir dir;
+  // Codec tags in an uncompressed directory: libtiff knows them only from the file.
+  const std::string codecTags = dir.path("codec-tags.tif");
+  write_raw_tiff(codecTags, {{256, 4, 8}, {257, 4, 4}, {258, 3, 8}, {259, 3, 1}, {262, 3, 1}, {273, 4, 146},
+                             {277, 3, 1}, {278, 4, 4}, {279, 4, 32}, {292, 4, 5}, {317, 3, 2}});
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const Array single = Array::of(zvSINGLE_CLASS, {1, 1}, std::vector<float>{8});
   const Tags none, minIsBlack = {{262, num(1)}}, rgb = {{262, num(2)}}, palette = {{262, num(3)}};
@@ -189,6 +198,7 @@ TEST(SetField, RefusalsNameTheirKindAndChangeNothing) {
     double tag;
     Array value;
     const char* expected;
+    const std::string* update = nullptr;  ///< a file to open "r+" instead of a new one
   } cases[] = {
       // numbers and shapes
       {none, -1, num(1), "argumentOutOfBounds()"},
@@ -235,6 +245,9 @@ TEST(SetField, RefusalsNameTheirKindAndChangeNothing) {
       {none, 34675, str("icc"), "badUninterpretedTagType('ICC Profile')"},
       {none, 34377, bytes(6), "lengthTooShort('Photoshop', 7)"},
       {none, 330, num(65536), "argumentOutOfBounds()"},
+      {none, 330, num(0), "zeroLengthDimension('SubIFD')"},
+      {none, 34736, filled(1, 65536, 0), "argumentOutOfBounds()"},  // read back with a 16-bit count
+      {none, 317, num(2), "unableToWriteTag('Predictor')", &codecTags},
       {none, 34675, bytes(0), "unableToWriteTag('ICC Profile')"},
       {none, 34736, Array(), "unableToWriteTag('GeoDoubleParamsTag')"},
       {none, 700, str("<x/>\n"), "ok"},
@@ -281,6 +294,9 @@ TEST(SetField, RefusalsNameTheirKindAndChangeNothing) {
       // A new depth after ColorMap or TransferFunction left libtiff's tables at the old size, read past later.
       {mapped8, 258, num(16), "badBitsPerSampleValue()"},
       {curved8, 258, num(16), "badBitsPerSampleValue()"},
+      // The LogLuv codec would set BitsPerSample 8 (and SamplesPerPixel 3 first).
+      {{{262, num(1)}, {258, num(1)}, {320, filled(2, 3, 1)}, {262, num(32845)}, {259, num(34677)}}, 65560, num(3),
+       "invalidSGILogDataFmtValue(3)"},
       {mapped8, 258, num(8), "ok"},
       {palette8, 258, num(16), "ok"},
       {rgb, 258, num(64), "ok"},
@@ -337,12 +353,18 @@ TEST(SetField, RefusalsNameTheirKindAndChangeNothing) {
       {{{262, num(1)}, {258, num(8)}, {339, num(2)}}, 340, num(-129), "argumentOutOfBounds()"},
   };
   for (const auto& c : cases) {
-    GatewayFile f;
+    std::optional<GatewayFile> opened;
+    GatewayFile& f = c.update ? opened.emplace(*c.update, "r+") : opened.emplace();
+    const std::vector<unsigned char> bytes = file_bytes(f.path);
     f.set_all(c.setup);
     const std::string before = printed(f.tif());
     EXPECT_EQ(f.set(c.tag, c.value), c.expected) << "tag " << c.tag;
     if (std::string(c.expected) != "ok") {
       EXPECT_EQ(printed(f.tif()), before) << "tag " << c.tag;
+    }
+    if (c.update) {
+      f.file.close();
+      EXPECT_EQ(file_bytes(f.path), bytes) << "tag " << c.tag;
     }
   }
 }
