@@ -27,7 +27,7 @@ inline Quarn::MsgArg to_arg(Int i) { return i; }
 
 /// Position of each kind in kinds.def (and the catalogue).
 enum class KindIndex : std::size_t {
-#define TG_KIND(ns, name, ...) ns##_##name,
+#define TG_KIND(ns, name, text, ...) ns##_##name,
 #include "core/kinds.def"
 #undef TG_KIND
   count
@@ -45,14 +45,14 @@ struct Kind<I, void(Args...)> : Quarn::BaseMsgID {
 
 /// Argument count of every kind, in catalogue order (for the catalogue test).
 inline constexpr std::size_t kArgumentCounts[] = {
-#define TG_KIND(ns, name, ...) Kind<KindIndex::ns##_##name, void(__VA_ARGS__)>::kArgumentCount,
+#define TG_KIND(ns, name, text, ...) Kind<KindIndex::ns##_##name, void(__VA_ARGS__)>::kArgumentCount,
 #include "core/kinds.def"
 #undef TG_KIND
 };
 
 }  // namespace tiffgate::detail
 
-#define TG_KIND(ns, name, ...)                                                               \
+#define TG_KIND(ns, name, text, ...)                                                         \
   namespace Quarn::imagesci::ns {                                                            \
   struct name : ::tiffgate::detail::Kind<::tiffgate::detail::KindIndex::ns##_##name,         \
                                          void(__VA_ARGS__)> {                                \

@@ -360,7 +360,7 @@ struct DeclaredKind {
   std::size_t index;
 };
 const DeclaredKind kDeclared[] = {
-#define TG_KIND(ns, name, ...)                                                         \
+#define TG_KIND(ns, name, text, ...)                                                   \
   {"Quarn:imagesci:" #ns ":" #name, #__VA_ARGS__, Quarn::imagesci::ns::name::kArgumentCount, \
    Quarn::imagesci::ns::name::kIndex},
 #include "core/kinds.def"
@@ -375,7 +375,7 @@ std::string signature(const std::string& declared) {
   return out;
 }
 
-TEST(errors_test, kinds_and_catalogue_match_one_to_one) {
+TEST(errors_test, kinds_are_the_required_ones_with_their_placeholders) {
   ASSERT_EQ(std::size(kDeclared), 117u);
   ASSERT_EQ(kKindCount, 117u);
 
@@ -390,7 +390,6 @@ TEST(errors_test, kinds_and_catalogue_match_one_to_one) {
     SCOPED_TRACE(k.identifier);
     EXPECT_EQ(k.index, i);
     EXPECT_EQ(k.count, detail::kArgumentCounts[i]);
-    EXPECT_STREQ(kCatalogue[i].identifier, k.identifier.c_str());
     EXPECT_EQ(k.identifier + "(" + signature(k.arguments) + ")", required[i]);
     EXPECT_TRUE(seen.insert(k.identifier).second) << "declared twice";
 
