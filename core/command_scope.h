@@ -5,12 +5,22 @@
 /// after success libtiff's messages are shown as warnings.
 
 #include "core/errors.h"
+#include "core/host.h"
 #include "core/libtiff_messages.h"
 
 #include <boost/numeric/conversion/converter.hpp>
 #include <tiffio.h>
 
+typedef struct tiff TIFF;
+
 namespace tiffgate {
+
+/// The signature of every command's handler. operands are the inputs after
+/// the command word; a result goes to outputs[0] (the YCbCr reads fill 0 to
+/// 2); tif is the open file that operands[0] names, checked by the
+/// dispatcher before the handler runs (null for the commands that take no
+/// file, and for "close" of a file no longer open).
+using CommandHandler = void(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
 
 template <class Body>
 void as_command(Body&& body) {

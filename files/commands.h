@@ -1,25 +1,12 @@
 #pragma once
-/// The handlers of "open", "close", the directory commands and the file
-/// queries. Each stores its result in outputs[0]; tif is the open file that
-/// operands[0] names, checked by the dispatcher before the handler runs.
+/// The handlers of "open", "close", the directory commands and the file queries.
 
-#include "core/host.h"
-
-typedef struct tiff TIFF;
+#include "core/command_scope.h"
 
 namespace tiffgate {
 
-void handle_open(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
-void handle_close(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
-void handle_current_directory(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
-void handle_last_directory(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
-void handle_set_directory(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
-void handle_set_sub_directory(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
-void handle_read_directory(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
-void handle_write_directory(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
-void handle_rewrite_directory(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
-void handle_number_of_strips(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
-void handle_number_of_tiles(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
-void handle_is_tiled(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
+CommandHandler handle_open, handle_close, handle_current_directory, handle_last_directory,
+    handle_set_directory, handle_set_sub_directory, handle_read_directory, handle_write_directory,
+    handle_rewrite_directory, handle_number_of_strips, handle_number_of_tiles, handle_is_tiled;
 
 }  // namespace tiffgate

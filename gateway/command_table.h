@@ -1,22 +1,12 @@
 #pragma once
 /// The 25 commands of the gateway and their lookup.
 
-#include "core/host.h"
+#include "core/command_scope.h"
 
-#include <cstdint>
-#include <string>
 #include <string_view>
 #include <vector>
 
-typedef struct tiff TIFF;
-
 namespace tiffgate {
-
-/// Every handler has this signature. operands are the inputs after the
-/// command word; a result goes to outputs[0] (the YCbCr reads fill 0 to 2).
-/// tif is the open file that operands[0] names, for the commands that take
-/// one (null for "close" of a file no longer open, and for the others).
-using Handler = void (*)(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif);
 
 /// How the dispatcher checks a command's first operand before its handler runs.
 enum class FileOperand {
@@ -25,13 +15,13 @@ enum class FileOperand {
   closable,  ///< the same, but a file no longer open is handed on as null
 };
 
+/// One command: its word, how many operands it takes, its handler, and how
+/// its file operand is checked.
 struct CommandEntry {
-  std::int32_t code;
-  std::int32_t minOperands;
-  std::int32_t maxOperands;
-  std::string name;
-  std::string libraryRoutine;  ///< informational only, never looked up
-  Handler handler;
+  std::string_view name;
+  int minOperands;
+  int maxOperands;
+  CommandHandler* handler;
   FileOperand file;
 };
 
