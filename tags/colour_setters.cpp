@@ -5,6 +5,7 @@
 #include "core/convert.h"
 #include "core/errors.h"
 #include "tags/tag_checks.h"
+#include "tags/tag_forms.h"
 #include "tags/tag_read.h"
 
 #include <tiffio.h>

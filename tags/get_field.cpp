@@ -1,19 +1,19 @@
 // "getField": one tag of the current directory as one host value. Each tag
-// the command reads has one row below naming its reader; every reader knows
+// the command reads names its reader in the tag table; every reader knows
 // the exact argument types libtiff hands that tag back in.
 
 #include "core/convert.h"
 #include "core/errors.h"
 #include "tags/commands.h"
 #include "core/memory_limit.h"
-#include "tags/tag_names.h"
+#include "tags/tag_forms.h"
+#include "tags/tag_table.h"
 #include "tags/tag_read.h"
 
 #include <tiffio.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <iterator>
 #include <string>
 
 // The InkNames reader relies on libtiff keeping NumberOfInks equal to the
@@ -22,18 +22,6 @@
 
 namespace tiffgate {
 namespace {
-
-/// What a reader is given: the tag, its table name, and the row's size
-/// (values per matrix row, expected or fixed count) where its form has one.
-struct TagRef {
-  std::uint32_t number;
-  const std::string& name;
-  std::uint32_t size;
-};
-using Reader = zvArray* (*)(TIFF*, const TagRef&);
-
-// --- host values ---
-
 /// A rows x columns host array of class cls whose element (r, c) is value(r, c).
 template <class Out, class Value>
 zvArray* make_matrix(std::size_t rows, std::size_t columns, zvClassID cls, Value value) {
@@ -58,14 +46,6 @@ void require_data(const void* data, std::size_t count, std::uint32_t tag) {
   if (count > 0 && data == nullptr) raise(Tiff::unableToReadTag(static_cast<detail::Int>(tag)));
 }
 
-// --- the forms ---
-
-zvArray* read_text(TIFF* tif, const TagRef& tag) {
-  const char* text = nullptr;
-  get_tag_checked(tif, tag.number, tag.name, &text);
-  return zvCreateString(text);
-}
-
 template <class T>
 zvArray* read_scalar(TIFF* tif, const TagRef& tag) {
   T value{};
@@ -78,19 +58,6 @@ zvArray* read_scalar_defaulted(TIFF* tif, const TagRef& tag) {
   T value{};
   TIFFGetFieldDefaulted(tif, tag.number, &value);
   return zvCreateDoubleScalar(static_cast<double>(value));
-}
-
-// Pairs come back through two pointers, one per value.
-zvArray* read_pair(TIFF* tif, const TagRef& tag) {
-  std::uint16_t pair[2] = {};
-  get_tag_checked(tif, tag.number, tag.name, &pair[0], &pair[1]);
-  return make_row<double>(pair, 2);
-}
-
-zvArray* read_pair_defaulted(TIFF* tif, const TagRef& tag) {
-  std::uint16_t pair[2] = {};
-  TIFFGetFieldDefaulted(tif, tag.number, &pair[0], &pair[1]);
-  return make_row<double>(pair, 2);
 }
 
 /// A counted value: a 16-bit count, then the values. The count and the
@@ -115,8 +82,8 @@ Counted<T> get_counted(TIFF* tif, const TagRef& tag) {
 template <class T, class Out, zvClassID kClass>
 zvArray* read_counted_row(TIFF* tif, const TagRef& tag) {
   const Counted<T> value = get_counted<T>(tif, tag);
-  if (tag.size != 0 && value.count != tag.size)
-    warn(Tiff::wrongSizedTagRetrieval(tag.size, tag.name, value.count));
+  if (tag.count != 0 && value.count != tag.count)
+    warn(Tiff::wrongSizedTagRetrieval(tag.count, tag.name, value.count));
   return make_row<Out>(value.values, value.count, kClass);
 }
 
@@ -124,28 +91,12 @@ zvArray* read_counted_row(TIFF* tif, const TagRef& tag) {
 template <class T>
 zvArray* read_counted_rows(TIFF* tif, const TagRef& tag) {
   const Counted<T> value = get_counted<T>(tif, tag);
-  const std::uint32_t columns = tag.size;
+  const std::uint32_t columns = tag.count;
   if (value.count % columns != 0)
     raise(Tiff::badMultipleTagValueRetrieved(value.count, tag.name, columns));
   const T* values = value.values;
   return make_matrix<double>(value.count / columns, columns, zvDOUBLE_CLASS,
                              [values, columns](std::size_t r, std::size_t c) { return values[r * columns + c]; });
-}
-
-zvArray* read_planar_configuration(TIFF* tif, const TagRef&) {
-  const std::uint16_t value = u16_defaulted(tif, TIFFTAG_PLANARCONFIG);
-  if (value != PLANARCONFIG_CONTIG && value != PLANARCONFIG_SEPARATE)
-    raise(Tiff::badPlanarConfiguration(value));
-  return zvCreateDoubleScalar(value);
-}
-
-/// A rational array of fixed length (the row's size). libtiff stores these
-/// tags only when the file holds exactly that many values.
-zvArray* read_rational_vector(TIFF* tif, const TagRef& tag) {
-  float* values = nullptr;
-  get_tag_checked(tif, tag.number, tag.name, &values);
-  require_data(values, tag.size, tag.number);
-  return make_row<double>(values, tag.size);
 }
 
 /// An uninterpreted block: a 32-bit count and the bytes. The count may be
@@ -161,6 +112,85 @@ Bytes get_bytes(TIFF* tif, const TagRef& tag) {
   get_tag_checked(tif, tag.number, tag.name, &count, &data);
   require_data(data, count, tag.number);
   return {static_cast<const std::uint8_t*>(data), count};
+}
+
+/// Entries per colour map or transfer curve for the current BitsPerSample.
+std::uint32_t entries_per_curve(TIFF* tif) {
+  return table_entries(u16_defaulted(tif, TIFFTAG_BITSPERSAMPLE));
+}
+
+/// Three curves of n entries as an n x 3 matrix, each entry times scale.
+zvArray* curves_matrix(std::uint16_t* const (&curves)[3], std::uint32_t n, std::uint32_t tag,
+                       double scale) {
+  for (const std::uint16_t* curve : curves) require_data(curve, n, tag);
+  return make_matrix<double>(n, 3, zvDOUBLE_CLASS,
+                             [&](std::size_t r, std::size_t c) { return curves[c][r] * scale; });
+}
+
+zvArray* read_chunk_array(TIFF* tif, const TagRef& tag, bool tile_array) {
+  const std::uint16_t samples = u16_defaulted(tif, TIFFTAG_SAMPLESPERPIXEL);
+  const std::uint16_t planar = u16_defaulted(tif, TIFFTAG_PLANARCONFIG);
+  const bool tiled = TIFFIsTiled(tif) != 0;
+  if (tiled && !tile_array) raise(Tiff::strippedOperationOnTiledImage());
+  if (!tiled && tile_array) raise(Tiff::tiledOperationOnStrippedImage());
+  std::uint64_t n = tiled ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
+  if (planar == PLANARCONFIG_SEPARATE) n *= samples;
+  // A directory can claim far more entries than the file holds: libtiff
+  // pads short arrays to its strip count, and the count is multiplied by
+  // SamplesPerPixel here, so a 15-row image of 65535 separate planes asks
+  // for a row of 500 GB. A row that cannot fit in memory (see
+  // memory_limit.h) is refused before it is created, with the kind of a
+  // tag that cannot be retrieved, which is what it is.
+  if (n > memory_limit() / sizeof(std::uint64_t)) raise(Tiff::tagRetrievalFailed(tag.name));
+  std::uint64_t* values = nullptr;
+  get_tag_checked(tif, tag.number, tag.name, &values);
+  // libtiff's counts already include the planes of a separate image, so n
+  // overshoots its arrays there: the entries it holds are copied and the
+  // rest of the row stays 0.
+  const std::uint64_t held = values == nullptr ? 0 : strile_entries_held(tif, n);
+  const std::size_t dims[2] = {1, static_cast<std::size_t>(n)};
+  zvArray* row = zvCreateNumericArray(2, dims, zvUINT64_CLASS);
+  std::copy_n(values, held, static_cast<std::uint64_t*>(zvGetData(row)));
+  return row;
+}
+
+}  // namespace
+
+namespace detail {
+
+zvArray* read_text(TIFF* tif, const TagRef& tag) {
+  const char* text = nullptr;
+  get_tag_checked(tif, tag.number, tag.name, &text);
+  return zvCreateString(text);
+}
+
+// Pairs come back through two pointers, one per value.
+zvArray* read_pair(TIFF* tif, const TagRef& tag) {
+  std::uint16_t pair[2] = {};
+  get_tag_checked(tif, tag.number, tag.name, &pair[0], &pair[1]);
+  return make_row<double>(pair, 2);
+}
+
+zvArray* read_pair_defaulted(TIFF* tif, const TagRef& tag) {
+  std::uint16_t pair[2] = {};
+  TIFFGetFieldDefaulted(tif, tag.number, &pair[0], &pair[1]);
+  return make_row<double>(pair, 2);
+}
+
+zvArray* read_planar_configuration(TIFF* tif, const TagRef&) {
+  const std::uint16_t value = u16_defaulted(tif, TIFFTAG_PLANARCONFIG);
+  if (value != PLANARCONFIG_CONTIG && value != PLANARCONFIG_SEPARATE)
+    raise(Tiff::badPlanarConfiguration(value));
+  return zvCreateDoubleScalar(value);
+}
+
+/// A rational array of fixed length (the row's size). libtiff stores these
+/// tags only when the file holds exactly that many values.
+zvArray* read_rational_vector(TIFF* tif, const TagRef& tag) {
+  float* values = nullptr;
+  get_tag_checked(tif, tag.number, tag.name, &values);
+  require_data(values, tag.count, tag.number);
+  return make_row<double>(values, tag.count);
 }
 
 zvArray* read_byte_block(TIFF* tif, const TagRef& tag) {
@@ -191,19 +221,6 @@ zvArray* read_ink_names(TIFF* tif, const TagRef& tag) {
   return cell;
 }
 
-/// Entries per colour map or transfer curve for the current BitsPerSample.
-std::uint32_t entries_per_curve(TIFF* tif) {
-  return table_entries(u16_defaulted(tif, TIFFTAG_BITSPERSAMPLE));
-}
-
-/// Three curves of n entries as an n x 3 matrix, each entry times scale.
-zvArray* curves_matrix(std::uint16_t* const (&curves)[3], std::uint32_t n, std::uint32_t tag,
-                       double scale) {
-  for (const std::uint16_t* curve : curves) require_data(curve, n, tag);
-  return make_matrix<double>(n, 3, zvDOUBLE_CLASS,
-                             [&](std::size_t r, std::size_t c) { return curves[c][r] * scale; });
-}
-
 zvArray* read_color_map(TIFF* tif, const TagRef& tag) {
   const std::uint32_t n = entries_per_curve(tif);
   std::uint16_t* curves[3] = {};
@@ -227,101 +244,40 @@ zvArray* read_transfer_function(TIFF* tif, const TagRef& tag) {
   return curves_matrix(curves, n, tag.number, 1.0);
 }
 
-zvArray* read_chunk_array(TIFF* tif, const TagRef& tag, bool tile_array) {
-  const std::uint16_t samples = u16_defaulted(tif, TIFFTAG_SAMPLESPERPIXEL);
-  const std::uint16_t planar = u16_defaulted(tif, TIFFTAG_PLANARCONFIG);
-  const bool tiled = TIFFIsTiled(tif) != 0;
-  if (tiled && !tile_array) raise(Tiff::strippedOperationOnTiledImage());
-  if (!tiled && tile_array) raise(Tiff::tiledOperationOnStrippedImage());
-  std::uint64_t n = tiled ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
-  if (planar == PLANARCONFIG_SEPARATE) n *= samples;
-  // A directory can claim far more entries than the file holds: libtiff
-  // pads short arrays to its strip count, and the count is multiplied by
-  // SamplesPerPixel here, so a 15-row image of 65535 separate planes asks
-  // for a row of 500 GB. A row that cannot fit in memory (see
-  // memory_limit.h) is refused before it is created, with the kind of a
-  // tag that cannot be retrieved, which is what it is.
-  if (n > memory_limit() / sizeof(std::uint64_t)) raise(Tiff::tagRetrievalFailed(tag.name));
-  std::uint64_t* values = nullptr;
-  get_tag_checked(tif, tag.number, tag.name, &values);
-  // libtiff's counts already include the planes of a separate image, so n
-  // overshoots its arrays there: the entries it holds are copied and the
-  // rest of the row stays 0.
-  const std::uint64_t held = values == nullptr ? 0 : strile_entries_held(tif, n);
-  const std::size_t dims[2] = {1, static_cast<std::size_t>(n)};
-  zvArray* row = zvCreateNumericArray(2, dims, zvUINT64_CLASS);
-  std::copy_n(values, held, static_cast<std::uint64_t*>(zvGetData(row)));
-  return row;
-}
-
 zvArray* read_strip_array(TIFF* tif, const TagRef& tag) { return read_chunk_array(tif, tag, false); }
 zvArray* read_tile_array(TIFF* tif, const TagRef& tag) { return read_chunk_array(tif, tag, true); }
 
-zvArray* refuse_unsupported(TIFF*, const TagRef& tag) {
+zvArray* read_unsupported(TIFF*, const TagRef& tag) {
   raise(Tiff::unsupportedTag(tag.name, tag.number));
 }
 
-struct ReadRow {
-  std::uint32_t tag;
-  Reader read;
-  std::uint32_t size;
-};
+// The forms that differ only in their types.
+zvArray* read_u16(TIFF* tif, const TagRef& tag) { return read_scalar<std::uint16_t>(tif, tag); }
+zvArray* read_u32(TIFF* tif, const TagRef& tag) { return read_scalar<std::uint32_t>(tif, tag); }
+zvArray* read_float(TIFF* tif, const TagRef& tag) { return read_scalar<float>(tif, tag); }
+zvArray* read_double(TIFF* tif, const TagRef& tag) { return read_scalar<double>(tif, tag); }
+zvArray* read_u16_defaulted(TIFF* tif, const TagRef& tag) { return read_scalar_defaulted<std::uint16_t>(tif, tag); }
+zvArray* read_u32_defaulted(TIFF* tif, const TagRef& tag) { return read_scalar_defaulted<std::uint32_t>(tif, tag); }
+zvArray* read_u16_row(TIFF* tif, const TagRef& tag) {
+  return read_counted_row<std::uint16_t, double, zvDOUBLE_CLASS>(tif, tag);
+}
+zvArray* read_u64_row(TIFF* tif, const TagRef& tag) {
+  return read_counted_row<std::uint64_t, std::uint64_t, zvUINT64_CLASS>(tif, tag);
+}
+zvArray* read_double_row(TIFF* tif, const TagRef& tag) {
+  return read_counted_row<double, double, zvDOUBLE_CLASS>(tif, tag);
+}
+zvArray* read_u16_records(TIFF* tif, const TagRef& tag) { return read_counted_rows<std::uint16_t>(tif, tag); }
+zvArray* read_double_records(TIFF* tif, const TagRef& tag) { return read_counted_rows<double>(tif, tag); }
 
-// Every tag getField reads. A tag of the name table that is not here is
-// refused with unhandledTagId.
-constexpr Reader kText = read_text;                                      // form A
-constexpr Reader kU16 = read_scalar<std::uint16_t>;                      // form B
-constexpr Reader kU16Defaulted = read_scalar_defaulted<std::uint16_t>;   // form C
-constexpr Reader kU32 = read_scalar<std::uint32_t>;                      // form D
-constexpr Reader kU32Defaulted = read_scalar_defaulted<std::uint32_t>;   // form E
-constexpr Reader kFloat = read_scalar<float>;                            // form F
-constexpr Reader kDouble = read_scalar<double>;                          // form G
-constexpr Reader kUInt16Row = read_counted_row<std::uint16_t, double, zvDOUBLE_CLASS>;
-constexpr Reader kUInt64Row = read_counted_row<std::uint64_t, std::uint64_t, zvUINT64_CLASS>;
-constexpr Reader kDoubleRow = read_counted_row<double, double, zvDOUBLE_CLASS>;
-
-const ReadRow kReaders[] = {
-    {269, kText, 0}, {270, kText, 0}, {271, kText, 0}, {272, kText, 0}, {285, kText, 0},
-    {305, kText, 0}, {306, kText, 0}, {315, kText, 0}, {316, kText, 0}, {337, kText, 0},
-    {33432, kText, 0}, {34737, kText, 0},
-    {262, kU16, 0}, {263, kU16, 0}, {266, kU16, 0}, {317, kU16, 0}, {332, kU16, 0}, {531, kU16, 0},
-    {258, kU16Defaulted, 0}, {259, kU16Defaulted, 0}, {274, kU16Defaulted, 0},
-    {277, kU16Defaulted, 0}, {280, kU16Defaulted, 0}, {281, kU16Defaulted, 0},
-    {296, kU16Defaulted, 0}, {334, kU16Defaulted, 0}, {339, kU16Defaulted, 0},
-    {256, kU32, 0}, {257, kU32, 0}, {292, kU32, 0}, {293, kU32, 0}, {322, kU32, 0},
-    {323, kU32, 0}, {65537, kU32, 0}, {65557, kU32, 0}, {65560, kU32, 0},
-    {254, kU32Defaulted, 0}, {278, kU32Defaulted, 0}, {32997, kU32Defaulted, 0},
-    {282, kFloat, 0}, {283, kFloat, 0}, {286, kFloat, 0}, {287, kFloat, 0},
-    {340, kDouble, 0}, {341, kDouble, 0}, {37439, kDouble, 0},
-    {297, read_pair, 0}, {321, read_pair, 0}, {336, read_pair, 0},   // form H
-    {530, read_pair_defaulted, 0},                                   // form I
-    {338, kUInt16Row, 0},                                            // form J
-    {330, kUInt64Row, 0},                                            // form K
-    {34735, read_counted_rows<std::uint16_t>, 4},                    // form L
-    {284, read_planar_configuration, 0},
-    {318, read_rational_vector, 2}, {319, read_rational_vector, 6},
-    {529, read_rational_vector, 3}, {532, read_rational_vector, 6},
-    {700, read_byte_text, 0}, {33723, read_byte_block, 0}, {34377, read_byte_block, 0},
-    {34675, read_byte_block, 0},
-    {333, read_ink_names, 0},
-    {320, read_color_map, 0},
-    {301, read_transfer_function, 0},
-    {273, read_strip_array, 0}, {279, read_strip_array, 0},
-    {324, read_tile_array, 0}, {325, read_tile_array, 0},
-    {33922, read_counted_rows<double>, 6},
-    {34264, kDoubleRow, 16}, {33550, kDoubleRow, 3}, {34736, kDoubleRow, 0},
-    {32995, refuse_unsupported, 0}, {32996, refuse_unsupported, 0}, {32998, refuse_unsupported, 0},
-};
-
-}  // namespace
+}  // namespace detail
 
 void handle_get_field(zvArray* outputs[], int, const zvArray* operands[], TIFF* tif) {
   const std::uint32_t tag = indexToUInt32(operands[1]);
   const std::string name = tagName(tag);
-  const auto row = std::find_if(std::begin(kReaders), std::end(kReaders),
-                                [tag](const ReadRow& r) { return r.tag == tag; });
-  if (row == std::end(kReaders)) raise(Tiff::unhandledTagId(static_cast<detail::Int>(tag)));
-  outputs[0] = row->read(tif, TagRef{tag, name, row->size});
+  const TagRow* row = find_tag(tag);
+  if (row->read == nullptr) raise(Tiff::unhandledTagId(static_cast<detail::Int>(tag)));
+  outputs[0] = row->read(tif, TagRef{tag, name, row->count});
 }
 
 }  // namespace tiffgate

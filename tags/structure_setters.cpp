@@ -6,7 +6,7 @@
 #include "core/errors.h"
 #include "tags/layout.h"
 #include "tags/tag_checks.h"
-#include "tags/tag_names.h"
+#include "tags/tag_table.h"
 #include "tags/tag_read.h"
 
 #include <tiffio.h>

@@ -1,10 +1,10 @@
 #pragma once
-/// What the tag setters share: the description of one write, the reads of
-/// tags already in the directory that the checks need, and the setters that
-/// the setField table dispatches to.
+/// What the tag setters share: the reads of tags already in the directory
+/// that the checks need, and the setters that rows of the tag table name.
 
 #include "core/convert.h"
 #include "core/host.h"
+#include "tags/tag_table.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -13,19 +13,6 @@
 typedef struct tiff TIFF;
 
 namespace tiffgate::detail {
-
-/// One setField call as a writer sees it.
-struct TagWrite {
-  TIFF* tif;
-  std::uint32_t tag;
-  const char* name;       ///< display name from the tag name table
-  const char* text;       ///< text argument where an error has its own literal, else name
-  std::uint32_t count;    ///< the row's expected count or minimum length
-  const zvArray* value;
-};
-
-/// Writes one tag; returns libtiff's TIFFSetField result.
-using TagWriter = int (*)(const TagWrite&);
 
 /// A uint16 tag that must already be set (TIFFGetField); raises
 /// tagRetrievalBeforeWriteFailed(name of tag, writing) when it is not.
@@ -42,10 +29,6 @@ T count_as(std::size_t n) {
 
 /// The ink tags need a Separated image: photometricInterpretationNotSeparated.
 void check_separated(TIFF* tif, const char* name);
-
-/// A fixed number (count) of floats passed as one pointer; a shape of the
-/// setField table that the colour setters share.
-int write_floats(const TagWrite& w);
 
 // Image-structure setters.
 int set_photometric(const TagWrite& w);

@@ -15,7 +15,7 @@
 #include "shell/sha256.h"
 #include "support/tag_files.h"
 #include "support/tiff_files.h"
-#include "tags/tag_names.h"
+#include "tags/tag_table.h"
 
 #include <gtest/gtest.h>
 

@@ -9,7 +9,7 @@
 #include "support/corpus.h"
 #include "support/image_files.h"
 #include "support/tiff_files.h"
-#include "tags/tag_names.h"
+#include "tags/tag_table.h"
 
 #include <gtest/gtest.h>
 

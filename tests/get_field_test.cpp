@@ -10,7 +10,7 @@
 #include "support/tag_files.h"
 #include "support/tiff_files.h"
 #include "support/write_files.h"
-#include "tags/tag_names.h"
+#include "tags/tag_table.h"
 #include "tags/tag_read.h"
 
 #include <gtest/gtest.h>

@@ -12,7 +12,7 @@
 #include "fuzz/driver/reader.h"
 #include "fuzz/driver/support.h"
 #include "gateway/command_table.h"
-#include "tags/tag_names.h"
+#include "tags/tag_table.h"
 
 #include <algorithm>  // std::max_element
 #include <cstring>

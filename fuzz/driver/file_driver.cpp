@@ -6,7 +6,7 @@
 
 #include "fuzz/driver/drivers.h"
 #include "fuzz/driver/support.h"
-#include "tags/tag_names.h"
+#include "tags/tag_table.h"
 
 #include <algorithm>  // std::max, std::min
 #include <cmath>      // std::ceil, std::floor
