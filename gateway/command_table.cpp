@@ -51,12 +51,27 @@ const std::vector<CommandEntry>& command_table() {
   return table;
 }
 
+const std::vector<CommandEntry>& entry_table() {
+  // Work that one command at a time cannot do well, for the hosts' own
+  // functions (the Octave package's tiffgate_read and tiffgate_write).
+  // Named so that nobody types them by accident; documented in README.md.
+  static const std::vector<CommandEntry> table = {
+      // (id): the image of the current directory, L x W x S.
+      {"__readImage__", 1, 1, handle_read_image, FileOperand::open},
+      // (id, image, count): the first count chunks (Inf: all) cut from image.
+      {"__writeImage__", 3, 3, handle_write_image, FileOperand::open},
+  };
+  return table;
+}
+
 const CommandEntry& lookup_command(std::string_view word, int nOperands) {
-  for (const CommandEntry& entry : command_table()) {
-    if (entry.name == word) {
-      if (nOperands < entry.minOperands || nOperands > entry.maxOperands)
-        raise(validate::wrongNumberOfInputs());
-      return entry;
+  for (const auto* table : {&command_table(), &entry_table()}) {
+    for (const CommandEntry& entry : *table) {
+      if (entry.name == word) {
+        if (nOperands < entry.minOperands || nOperands > entry.maxOperands)
+          raise(validate::wrongNumberOfInputs());
+        return entry;
+      }
     }
   }
   raise(Tiff::InvalidOperation(std::string(word)));

@@ -1,5 +1,5 @@
 #pragma once
-/// The 25 commands of the gateway and their lookup.
+/// The 25 commands of the gateway, the entries beyond them, and their lookup.
 
 #include "core/command_scope.h"
 
@@ -29,7 +29,10 @@ struct CommandEntry {
 /// released by its destructor at exit.
 const std::vector<CommandEntry>& command_table();
 
-/// Exact, case-sensitive lookup: InvalidOperation for an unknown word,
+/// The module's entries beyond the 25 commands, declared beside them.
+const std::vector<CommandEntry>& entry_table();
+
+/// Exact, case-sensitive lookup in both tables: InvalidOperation for an unknown word,
 /// wrongNumberOfInputs when nOperands is outside the entry's limits.
 const CommandEntry& lookup_command(std::string_view word, int nOperands);
 

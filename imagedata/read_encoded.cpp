@@ -1,13 +1,11 @@
-#include "files/files.h"
 #include "core/convert.h"
 #include "core/errors.h"
 #include "imagedata/commands.h"
-#include "core/command_scope.h"
 #include "imagedata/chunk_buffer.h"
 #include "imagedata/kernel_shapes.h"
 #include "tags/layout.h"
 #include "core/memory_limit.h"
-#include "imagedata/read_into.h"
+#include "imagedata/chunks.h"
 #include "imagedata/unpack_kernels.h"
 
 #include <tiffio.h>
@@ -157,16 +155,16 @@ void store_chunk(zvArray* outputs[], const ImageLayout& layout, zvClassID cls,
   outputs[0] = out;
 }
 
-/// The checks, decode and extent of strip operands[1] of the open file tif;
-/// then store(layout, cls, chunk, rows, columns) with the chunk's part
+/// The checks, decode and extent of strip strip_number() of the open file
+/// tif; then store(layout, cls, chunk, rows, columns) with the chunk's part
 /// inside the image.
-template <class Store>
-void read_strip(TIFF* tif, const zvArray* const operands[], Store store) {
+template <class ChunkNumber, class Store>
+void read_strip(TIFF* tif, ChunkNumber strip_number, Store store) {
   const ImageLayout layout = readImageLayout(tif);
   check_read_configuration(layout);
   if (TIFFIsTiled(tif)) raise(Tiff::strippedOperationOnTiledImage());
 
-  const std::uint32_t strip = indexToUInt32(operands[1]);
+  const std::uint32_t strip = strip_number();
   const std::uint32_t strips = TIFFNumberOfStrips(tif);
   if (strip >= strips) {
     if (layout.imageDepth < 2) raise(Tiff::badStripNumber(strips));
@@ -195,14 +193,14 @@ void read_strip(TIFF* tif, const zvArray* const operands[], Store store) {
   store(layout, cls, chunk, rows, static_cast<std::size_t>(layout.imageWidth));
 }
 
-/// The same for tile operands[1]; a third operand is ignored.
-template <class Store>
-void read_tile(TIFF* tif, const zvArray* const operands[], Store store) {
+/// The same for a tile.
+template <class ChunkNumber, class Store>
+void read_tile(TIFF* tif, ChunkNumber tile_number, Store store) {
   const ImageLayout layout = readImageLayout(tif);
   check_read_configuration(layout);
   if (!TIFFIsTiled(tif)) raise(Tiff::tiledOperationOnStrippedImage());
 
-  const std::uint32_t tile = indexToUInt32(operands[1]);
+  const std::uint32_t tile = tile_number();
   const zvClassID cls = sample_class(layout);  // class errors come before bounds errors
   const tmsize_t size = TIFFTileSize(tif);
   const std::uint32_t tiles = TIFFNumberOfTiles(tif);
@@ -252,26 +250,28 @@ ChunkPlacement store_into(const ChunkDestination& to, const ImageLayout& layout,
 }  // namespace
 
 void handle_read_encoded_strip(zvArray* outputs[], int, const zvArray* operands[], TIFF* tif) {
-  read_strip(tif, operands, [&](auto&&... args) { store_chunk(outputs, args...); });
+  read_strip(tif, [&] { return indexToUInt32(operands[1]); },
+             [&](auto&&... args) { store_chunk(outputs, args...); });
 }
 
 // A third operand is admitted by the command table and ignored.
 void handle_read_encoded_tile(zvArray* outputs[], int, const zvArray* operands[], TIFF* tif) {
-  read_tile(tif, operands, [&](auto&&... args) { store_chunk(outputs, args...); });
+  read_tile(tif, [&] { return indexToUInt32(operands[1]); },
+            [&](auto&&... args) { store_chunk(outputs, args...); });
 }
 
-ChunkPlacement read_chunk_into(const zvArray* id, ChunkCommand command, const zvArray* chunk,
-                               const ChunkDestination& destination) {
-  const zvArray* operands[2] = {id, chunk};
+zvClassID image_class(const ImageLayout& layout) {
+  check_read_configuration(layout);
+  return sample_class(layout);
+}
+
+ChunkPlacement read_chunk_into(TIFF* tif, std::uint32_t chunk, const ChunkDestination& destination) {
   ChunkPlacement placement;
   const auto store = [&](auto&&... args) { placement = store_into(destination, args...); };
-  as_command([&] {
-    TIFF* tif = open_file(id);
-    if (command == ChunkCommand::strip)
-      read_strip(tif, operands, store);
-    else
-      read_tile(tif, operands, store);
-  });
+  if (TIFFIsTiled(tif))
+    read_tile(tif, [chunk] { return chunk; }, store);
+  else
+    read_strip(tif, [chunk] { return chunk; }, store);
   return placement;
 }
 

@@ -6,6 +6,7 @@
 #include "core/memory_limit.h"
 #include "imagedata/pack_kernels.h"
 #include "imagedata/write_config.h"
+#include "imagedata/chunks.h"
 
 #include <tiffio.h>
 
@@ -184,15 +185,18 @@ void check_write_fits(std::uint32_t chunk, std::uint32_t chunks, tmsize_t size) 
   if (needed > limit) raise(Tiff::tooManyBytes(Int{chunk}, text(limit), text(needed)));
 }
 
-void write_encoded(const ChunkKind& kind, TIFF* tif, int nOperands, const zvArray* operands[]) {
+/// Writes chunk chunk_number() (asked for once the configuration passed) of
+/// tif from `count` images.
+template <class ChunkNumber>
+void write_encoded(const ChunkKind& kind, TIFF* tif, const zvArray* const images[], std::size_t count,
+                   ChunkNumber chunk_number) {
   ImageLayout layout;
   readImageLayout(tif, layout);
-  const zvArray* const* images = operands + 2;
-  validate_write_configuration(layout, images, static_cast<std::size_t>(nOperands - 2));
+  validate_write_configuration(layout, images, count);
 
   // The strip writer on a tiled file raises the tile writer's kind as well.
   if ((TIFFIsTiled(tif) != 0) != kind.tiled) raise(Tiff::tiledOperationOnStrippedImage());
-  const std::uint32_t chunk = indexToUInt32(operands[1]);
+  const std::uint32_t chunk = chunk_number();
   const std::uint32_t chunks = kind.count(tif);
   if (chunk >= chunks) kind.too_large(Int{chunks});
 
@@ -212,11 +216,17 @@ void write_encoded(const ChunkKind& kind, TIFF* tif, int nOperands, const zvArra
 }  // namespace
 
 void handle_write_encoded_strip(zvArray*[], int nOperands, const zvArray* operands[], TIFF* tif) {
-  write_encoded(kStrips, tif, nOperands, operands);
+  write_encoded(kStrips, tif, operands + 2, static_cast<std::size_t>(nOperands - 2),
+                [&] { return indexToUInt32(operands[1]); });
 }
 
 void handle_write_encoded_tile(zvArray*[], int nOperands, const zvArray* operands[], TIFF* tif) {
-  write_encoded(kTiles, tif, nOperands, operands);
+  write_encoded(kTiles, tif, operands + 2, static_cast<std::size_t>(nOperands - 2),
+                [&] { return indexToUInt32(operands[1]); });
+}
+
+void write_chunk(TIFF* tif, std::uint32_t chunk, const zvArray* image) {
+  write_encoded(TIFFIsTiled(tif) ? kTiles : kStrips, tif, &image, 1, [chunk] { return chunk; });
 }
 
 }  // namespace tiffgate

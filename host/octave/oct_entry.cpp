@@ -10,7 +10,6 @@
 #include "core/msgid.h"
 #include "host/octave/adapter.h"
 #include "host/octave/oct_array.h"
-#include "host/octave/oct_image.h"
 
 #include <octave/defun-dld.h>
 #include <octave/ov-dld-fcn.h>
@@ -98,7 +97,6 @@ octave_value_list call_module(const octave_value_list& args, int nargout) {
   // for an imaginary part).
   for (int i = 0; i < nargin; ++i)
     if (args(i).iscomplex()) throw complex_operand(i);
-  if (nargin > 0 && args(0).is_string() && is_image_entry(args(0).string_value())) return run_image_entry(args);
 
   std::vector<const zvArray*> inputs;
   inputs.reserve(static_cast<std::size_t>(nargin));

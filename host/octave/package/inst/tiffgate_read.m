@@ -109,10 +109,8 @@ endfunction
 ## with the module's own read command and places it straight into the
 ## image, which is allocated once.
 function img = read_samples (id, meta)
-  [command, chunk_rows, chunk_columns] = chunk_layout (meta);
-  img = tiffgate ("__readImage__", id, command,
-                  [meta.ImageLength, meta.ImageWidth, meta.SamplesPerPixel],
-                  [chunk_rows, chunk_columns], meta.PlanarConfiguration == 2);
+  chunk_layout (meta);  # a directory whose chunks have no size is refused here
+  img = tiffgate ("__readImage__", id);
 endfunction
 
 ## Y, Cb and Cr of a contiguous YCbCr directory. Chunks start on multiples

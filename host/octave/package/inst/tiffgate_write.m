@@ -110,7 +110,10 @@ function write_file (name, mode, img, opts, photometric, extra, bits, sample_for
   id = tiffgate ("open", name, mode);
   try
     set_tags (id, opts, photometric, extra, bits, sample_format, L, W, S, tile, rows_per_strip);
-    write_chunks (id, img, opts.planar == 2, tile, rows_per_strip, chunks);
+    ## Every strip or tile of every plane (CHUNKS of them at most), numbered
+    ## as libtiff numbers them, each cut from the image and written with the
+    ## module's own write command.
+    tiffgate ("__writeImage__", id, img, chunks);
     if (isfinite (chunks))
       tiffgate ("close", id);
       [~] = unlink (name);
@@ -352,17 +355,4 @@ function set_tags (id, opts, photometric, extra, bits, sample_format, L, W, S, t
   for k = 1:rows (opts.tags)
     tiffgate ("setField", id, opts.tags{k, 1}, opts.tags{k, 2});
   endfor
-endfunction
-
-## Every strip or tile of every plane (CHUNKS of them at most), numbered as
-## libtiff numbers them: plane by plane, and within a plane row by row. The
-## host's internal entry cuts each chunk from the image and writes it with
-## the module's own write command.
-function write_chunks (id, img, separate, tile, rows_per_strip, chunks)
-  if (isempty (tile))
-    [command, chunk_rows, chunk_columns] = deal ("writeEncodedStrip", rows_per_strip, columns (img));
-  else
-    [command, chunk_rows, chunk_columns] = deal ("writeEncodedTile", tile(1), tile(2));
-  endif
-  tiffgate ("__writeImage__", id, command, img, [chunk_rows, chunk_columns], separate, chunks);
 endfunction
