@@ -1,10 +1,9 @@
 // The command driver: the input is a program (fuzz/driver/program.h) run
-// against a few corpus files opened for reading and a scratch file opened
-// for writing, so that every command, setter and write path meets operands
-// of every class and shape. Identifiers are those the input opened, 0, and
-// dead or forged ones for the commands that check the registry; the other
-// commands take an identifier as it is, by design, so they get no value
-// that is not an open file.
+// against a few corpus files opened for reading, a scratch file opened for
+// writing and scratch copies of corpus files opened for update, so that
+// every command, setter and write path meets operands of every class and
+// shape. Every command gets identifiers of every kind: open, closed, stale
+// (closed, with files opened after it), made up, and in other classes.
 
 #include "files/files.h"
 #include "fuzz/driver/drivers.h"
@@ -19,6 +18,10 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <sstream>
+#include <stdexcept>
+
+#include <tiffio.h>
 
 namespace tiffgate::fuzz {
 
@@ -41,6 +44,14 @@ constexpr const char* kReadFiles[] = {
     "imagetiff-tiled-1b-16x16.tif",    "imagetiff-flower-rgb-planar-08.tif",      "imagetiff-flower-palette-02.tif",
     "libgeotiff-epsg27563-allkeys.tif", "imagetiff-flower-separated-contig-08.tif", "libtiff-logluv-3c-16b.tiff",
     "imagetiff-float64-gradient.tiff"};
+
+/// Corpus files copied into the scratch directory for every input and
+/// opened there "r+", so that the setters and the directory writers meet
+/// directories libtiff read from a file: fax pages holding Group3Options
+/// under Group 4 coding, a palette image, SubIFDs, BigTIFF tiles. The
+/// corpus itself is only ever read.
+constexpr const char* kCopiedFiles[] = {"twelvemonkeys-g4-5pages.tif", "imagetiff-flower-palette-02.tif",
+                                        "imagetiff-subsubifds.tif", "imagetiff-bigtiff-tiled-8b.tiff"};
 
 Array num(double v) { return Array::scalar(v); }
 
@@ -87,8 +98,8 @@ Array shaped(zvClassID cls, Array::Dims dims) {
 
 class Program {
  public:
-  Program(Reader& reader, Session& session, std::vector<std::string> readFiles)
-      : r_(reader), s_(session), readFiles_(std::move(readFiles)) {
+  Program(Reader& reader, Session& session, std::vector<std::string> readFiles, std::vector<std::string> copies)
+      : r_(reader), s_(session), readFiles_(std::move(readFiles)), copies_(std::move(copies)) {
     for (const auto& entry : TagNameTable()) tags_.push_back(entry.first);
   }
 
@@ -108,9 +119,12 @@ class Program {
           countByte < kAnyCount ? least + countByte % (most - least + 1) : countByte % 7;
       std::vector<Array> inputs;
       inputs.push_back(w == kNumericWord ? num(11) : Array::text(word));
-      target_ = nullptr;
       readOnlyName_ = false;
       for (std::size_t i = 0; i < count; ++i) inputs.push_back(operand(role_of(word, i)));
+      // The file the call works on, if its identifier names one open now.
+      const bool identified = count > 0 && role_of(word, 0) == Role::Id && inputs[1].class_id() == zvUINT64_CLASS &&
+                              inputs[1].numel() == 1;
+      target_ = identified ? registered_handle(inputs[1].at<std::uint64_t>(0)) : nullptr;
       if (target_ != nullptr && !affordable(word)) {
         s_.skip();
         continue;
@@ -154,8 +168,7 @@ class Program {
 
   Array operand(Role role) {
     switch (role) {
-      case Role::Id: return identifier(false);
-      case Role::RegisteredId: return identifier(true);
+      case Role::Id: return identifier();
       case Role::Name: return name();
       case Role::Mode: return mode();
       case Role::Tag: return tag();
@@ -169,36 +182,29 @@ class Program {
     return any(0);
   }
 
-  Array identifier(bool registered) {
+  /// Any identifier for any command: the dispatcher checks every one
+  /// against the registry before the handler or libtiff sees it.
+  Array identifier() {
     const std::uint8_t b = r_.byte();
-    if (b >= kHostile) {
-      Array a = any(0);
-      // The first element of a numeric array is what the identifier is
-      // read from: zero it, or it would name an arbitrary address.
-      if (!registered && a.numel() > 0 && a.element_size() > 0 && a.class_id() != zvCHAR_CLASS)
-        std::memset(a.data(), 0, a.element_size());
-      return a;
-    }
+    if (b >= kHostile) return any(0);
     auto form = static_cast<IdForm>(b % static_cast<std::uint8_t>(IdForm::kCount));
-    if (!registered && form >= IdForm::Forged) form = IdForm::Zero;
     std::uint64_t value = 0;
-    const bool fromPool = form <= IdForm::PoolPair || form == IdForm::PoolAsUint32 || form == IdForm::PoolAsSingle;
-    if (fromPool) {
+    if (pooled(form)) {
       std::vector<std::uint64_t> pool;
       for (const Array& id : s_.opened())
-        if (registered || is_live(id.at<std::uint64_t>(0))) pool.push_back(id.at<std::uint64_t>(0));
+        if (form != IdForm::Closed || !is_live(id.at<std::uint64_t>(0))) pool.push_back(id.at<std::uint64_t>(0));
       // The choice is read even when there is nothing to choose from, so
       // that the bytes after it mean the same either way.
       const std::uint8_t choice = r_.byte();
       if (pool.empty()) {
         form = IdForm::Zero;
       } else {
-        value = pool[choice % pool.size()];
-        if (is_live(value)) target_ = registered_handle(value);
+        value = pool[(choice >> 1) % pool.size()];
+        if (form == IdForm::Near) value = (choice & 1) ? value + 1 : value - 1;
       }
     }
     switch (form) {
-      case IdForm::Pool: return Array::uint64(value);
+      case IdForm::Pool: case IdForm::Closed: case IdForm::Near: return Array::uint64(value);
       case IdForm::PoolAsDouble: return num(static_cast<double>(value));
       case IdForm::PoolAsInt64: return Array::of(zvINT64_CLASS, {1, 1}, std::vector<std::int64_t>{static_cast<std::int64_t>(value)});
       case IdForm::PoolPair: return Array::of(zvUINT64_CLASS, {1, 2}, std::vector<std::uint64_t>{value, 0});
@@ -229,6 +235,11 @@ class Program {
         return Array::text(readFiles_[choice % readFiles_.size()]);
       }
       case NameForm::WriteFile: return Array::text(dir + "/out.tif");
+      case NameForm::Copy: {
+        const std::uint8_t choice = r_.byte();
+        if (copies_.empty()) break;
+        return Array::text(copies_[choice % copies_.size()]);
+      }
       case NameForm::OtherScratch: return Array::text(dir + "/other.tif");
       case NameForm::Missing: break;
       case NameForm::Directory: return Array::text(dir);
@@ -506,6 +517,7 @@ class Program {
   Reader& r_;
   Session& s_;
   const std::vector<std::string> readFiles_;
+  const std::vector<std::string> copies_;  ///< scratch copies, open in any mode
   std::vector<std::uint32_t> tags_;
   std::vector<std::uint64_t> offsets_;
   Budget budget_;
@@ -514,7 +526,7 @@ class Program {
 };
 
 /// The corpus files that exist; without the corpus the program runs
-/// against the scratch file alone.
+/// against the scratch files alone.
 std::vector<std::string> read_files() {
   std::vector<std::string> found;
   for (const char* name : kReadFiles) {
@@ -524,20 +536,69 @@ std::vector<std::string> read_files() {
   return found;
 }
 
+std::string bytes_of(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
+}
+
+/// An uncompressed image whose directory holds Predictor and
+/// Group3Options, tags that only the codecs using them define: libtiff
+/// reads them back as tags it does not know. The corpus has no such file,
+/// so one is written with libtiff, the two tags declared for the purpose.
+std::string foreign_codec_tags_file() {
+  static const TIFFFieldInfo kForeign[] = {
+      {TIFFTAG_PREDICTOR, 1, 1, TIFF_SHORT, FIELD_CUSTOM, 1, 0, const_cast<char*>("Predictor")},
+      {TIFFTAG_GROUP3OPTIONS, 1, 1, TIFF_LONG, FIELD_CUSTOM, 1, 0, const_cast<char*>("Group3Options")}};
+  const std::string path = scratch_dir() + "/foreign-codec-tags.tif";
+  TIFF* tif = TIFFOpen(path.c_str(), "w");
+  if (tif == nullptr) throw std::runtime_error("cannot write " + path);
+  std::uint8_t pixels[16 * 16];
+  for (std::size_t i = 0; i < sizeof pixels; ++i) pixels[i] = static_cast<std::uint8_t>(i * 37);
+  const bool written =
+      TIFFMergeFieldInfo(tif, kForeign, 2) == 0 && TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, 16) &&
+      TIFFSetField(tif, TIFFTAG_IMAGELENGTH, 16) && TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8) &&
+      TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK) && TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 16) &&
+      TIFFSetField(tif, TIFFTAG_PREDICTOR, 2) && TIFFSetField(tif, TIFFTAG_GROUP3OPTIONS, 1u) &&
+      TIFFWriteEncodedStrip(tif, 0, pixels, sizeof pixels) == static_cast<tmsize_t>(sizeof pixels);
+  TIFFClose(tif);
+  if (!written) throw std::runtime_error("cannot write " + path);
+  return bytes_of(path);
+}
+
+/// The files copied for every input, by name, with their bytes.
+std::vector<std::pair<std::string, std::string>> copied_files() {
+  std::vector<std::pair<std::string, std::string>> files;
+  for (const char* name : kCopiedFiles) {
+    const std::string path = corpus_dir() + "/" + name;
+    if (std::ifstream(path).good()) files.emplace_back(name, bytes_of(path));
+  }
+  files.emplace_back("foreign-codec-tags.tif", foreign_codec_tags_file());
+  return files;
+}
+
 }  // namespace
 
 RunReport run_command_input(const std::uint8_t* data, std::size_t size) {
   static const std::vector<std::string> readFiles = read_files();
+  static const std::vector<std::pair<std::string, std::string>> copied = copied_files();
   RunReport report;
   Session session(report);
-  // Every input starts from an empty scratch directory, so that it runs
-  // the same whatever ran before it.
+  // Every input starts from an empty scratch directory and fresh copies, so
+  // that it runs the same whatever ran before it.
   for (const auto& entry : std::filesystem::directory_iterator(scratch_dir()))
     std::filesystem::remove_all(entry.path());
   for (const std::string& path : readFiles) session.call("open", {Array::text(path), Array::text("r")});
   session.call("open", {Array::text(scratch_dir() + "/out.tif"), Array::text("w")});
+  std::vector<std::string> copies;
+  for (const auto& [name, bytes] : copied) {
+    copies.push_back(scratch_dir() + "/" + name);
+    std::ofstream(copies.back(), std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    session.call("open", {Array::text(copies.back()), Array::text("r+")});
+  }
   Reader reader(data, size);
-  Program(reader, session, readFiles).run();
+  Program(reader, session, readFiles, copies).run();
   session.finish();
   return report;
 }

@@ -45,7 +45,7 @@ inline constexpr std::uint8_t kAnyCount = 0xF0;
 /// one of its role's forms.
 inline constexpr std::uint8_t kHostile = 0xF0;
 
-enum class Role : std::uint8_t { Any, Id, RegisteredId, Name, Mode, Tag, Value, Number, Offset, Position, Image };
+enum class Role : std::uint8_t { Any, Id, Name, Mode, Tag, Value, Number, Offset, Position, Image };
 
 /// The role of each operand position of each command; positions past the
 /// list (and every position of a word that is no command) are Any.
@@ -55,28 +55,28 @@ struct Signature {
 };
 using R = Role;
 inline constexpr Signature kSignatures[] = {
-    {"close", {R::RegisteredId}},
+    {"close", {R::Id}},
     {"computeStrip", {R::Id, R::Number, R::Number}},
     {"computeTile", {R::Id, R::Position, R::Number}},
-    {"currentDirectory", {R::RegisteredId}},
+    {"currentDirectory", {R::Id}},
     {"getField", {R::Id, R::Tag}},
     {"isTiled", {R::Id}},
-    {"lastDirectory", {R::RegisteredId}},
+    {"lastDirectory", {R::Id}},
     {"numberOfStrips", {R::Id}},
     {"numberOfTiles", {R::Id}},
     {"open", {R::Name, R::Mode}},
-    {"readDirectory", {R::RegisteredId}},
+    {"readDirectory", {R::Id}},
     {"readEncodedStrip", {R::Id, R::Number}},
     {"readEncodedTile", {R::Id, R::Number, R::Any}},
     {"readRGBAImage", {R::Id}},
     {"readRGBAStrip", {R::Id, R::Number}},
     {"readRGBATile", {R::Id, R::Number, R::Number}},
-    {"rewriteDirectory", {R::RegisteredId}},
-    {"retrieveMetadata", {R::RegisteredId}},
-    {"setDirectory", {R::RegisteredId, R::Number}},
+    {"rewriteDirectory", {R::Id}},
+    {"retrieveMetadata", {R::Id}},
+    {"setDirectory", {R::Id, R::Number}},
     {"setField", {R::Id, R::Tag, R::Value}},
-    {"setSubDirectory", {R::RegisteredId, R::Offset}},
-    {"writeDirectory", {R::RegisteredId}},
+    {"setSubDirectory", {R::Id, R::Offset}},
+    {"writeDirectory", {R::Id}},
     {"writeEncodedStrip", {R::Id, R::Number, R::Image, R::Image, R::Image}},
     {"writeEncodedTile", {R::Id, R::Number, R::Image, R::Image, R::Image}},
 };
@@ -90,18 +90,27 @@ constexpr Role role_of(std::string_view word, std::size_t position) {
 
 // --- the forms of each role (the operand's first byte, modulo kCount) ---
 
-/// Identifiers. Pool names one opened this input (for a command that takes
-/// the identifier as it is, only one still open); the forms after Forged
-/// give values no file has, and such commands get Zero in their place.
+/// Identifiers, for every command alike: the dispatcher checks each one
+/// against the registry before anything else. Pool names one opened this
+/// input, open or closed since; Closed one closed since (a stale one once
+/// a file was opened after it); Near an opened one plus or minus one, which
+/// may be the next one issued; the others values no file has, or an opened
+/// one in another class or shape.
 enum class IdForm : std::uint8_t {
   Pool, PoolAsDouble, PoolAsInt64, PoolPair, Zero, ZeroDouble, Empty, Text, Negative, Huge, NaN,
-  Forged, PoolAsUint32, PoolAsSingle, kCount
+  Forged, PoolAsUint32, PoolAsSingle, Closed, Near, kCount
 };
+/// Whether a form reads a pool position (a byte, even with nothing to pick).
+constexpr bool pooled(IdForm f) {
+  return f <= IdForm::PoolPair || f == IdForm::PoolAsUint32 || f == IdForm::PoolAsSingle || f == IdForm::Closed ||
+         f == IdForm::Near;
+}
 /// File names for "open": a corpus file (always with a reading mode), the
-/// scratch files, and names that cannot be opened.
+/// scratch files, a scratch copy of a corpus file (any mode), and names
+/// that cannot be opened.
 enum class NameForm : std::uint8_t {
   ReadFile, WriteFile, OtherScratch, Missing, Directory, Empty, WithNul, NonAscii, LoneSurrogate, Long,
-  Numeric, kCount
+  Numeric, Copy, kCount
 };
 enum class ModeForm : std::uint8_t { Fixed, Random, Numeric, kCount };
 inline constexpr std::string_view kModes[] = {"r",  "w",  "a",  "r+", "a+", "w8", "wl", "wb", "wm", "rm", "rh",

@@ -1,7 +1,9 @@
 // The seed programs of the command driver, written with an encoder of its
 // language: a tour of every reading command over each corpus file the
 // driver opens, images of several layouts written to the scratch file,
-// every family of setter, and the identifier and open/close cases. Seeds
+// every family of setter, the copies opened for update, colour tables
+// before a change of depth, and identifiers of every kind for every
+// command. Seeds
 // only need to reach the paths; the fuzzer mutates them from there.
 
 #include "fuzz/driver/seeds.h"
@@ -23,9 +25,14 @@ std::uint8_t index_in(const T (&table)[N], V value) {
   return static_cast<std::uint8_t>(std::find(std::begin(table), std::end(table), value) - std::begin(table));
 }
 
-/// Pool positions as the driver opens them: the ten corpus files, then the
-/// scratch file for writing.
+/// Pool positions as the driver opens them: the ten corpus files, the
+/// scratch file for writing, then the copies opened "r+": Group 4 pages
+/// with Group3Options, a palette image, SubIFDs, BigTIFF, and the
+/// uncompressed image with Predictor and Group3Options. Files a program
+/// opens come after them.
 constexpr std::uint8_t kWriteFile = 10;
+constexpr std::uint8_t kFaxCopy = 11, kPaletteCopy = 12, kSubIfdCopy = 13, kBigCopy = 14, kForeignCopy = 15;
+constexpr std::uint8_t kFirstOpened = 16;
 
 /// Builds one program in the driver's language.
 class Encoder {
@@ -38,16 +45,15 @@ class Encoder {
     bytes_.push_back(static_cast<std::uint8_t>(outputs));
     return *this;
   }
-  Encoder& id(std::uint8_t pool) { return form(IdForm::Pool).raw({pool}); }
+  /// The pool position goes above the bit that Near reads as its sign.
+  Encoder& id(std::uint8_t pool) { return form(IdForm::Pool).raw({static_cast<std::uint8_t>(pool << 1)}); }
   /// An identifier of form f, with the bytes the driver reads for it: a
-  /// pool position, or eight bytes of a forged value. Commands that take
-  /// an identifier as it is read the forms from Forged on as Zero.
-  Encoder& id_as(IdForm f, bool registered) {
+  /// pool position (the second file, the one above it for Near), or eight
+  /// bytes of a forged value.
+  Encoder& id_as(IdForm f) {
     form(f);
-    if (!registered && f >= IdForm::Forged) return *this;
     if (f == IdForm::Forged) return raw({0, 0, 0x7f, 1, 2, 3, 4, 8});
-    const bool pooled = f <= IdForm::PoolPair || f == IdForm::PoolAsUint32 || f == IdForm::PoolAsSingle;
-    return pooled ? raw({1}) : *this;
+    return pooled(f) ? raw({3}) : *this;
   }
   Encoder& tag(std::uint32_t number) {
     return form(TagForm::Number).raw({static_cast<std::uint8_t>(number >> 24), static_cast<std::uint8_t>(number >> 16),
@@ -57,6 +63,10 @@ class Encoder {
   Encoder& known_offset() { return form(NumberForm::KnownOffset).raw({0}); }
   Encoder& pair(std::uint8_t row, std::uint8_t column) { return form(PositionForm::Pair).raw({row, column}); }
   Encoder& scalar(std::uint8_t v) { return form(ValueForm::Small).raw({v}); }
+  Encoder& big(std::uint32_t v) {
+    return form(ValueForm::Big).raw({static_cast<std::uint8_t>(v >> 24), static_cast<std::uint8_t>(v >> 16),
+                                     static_cast<std::uint8_t>(v >> 8), static_cast<std::uint8_t>(v)});
+  }
   Encoder& row(std::initializer_list<std::uint8_t> values) {
     form(ValueForm::Row).raw({static_cast<std::uint8_t>(values.size())});
     return raw(values);
@@ -84,9 +94,11 @@ class Encoder {
     return raw({index_in(kImageClasses, cls), index_in(kImageDims, rows), index_in(kImageDims, columns),
                 index_in(kImageSamples, samples), static_cast<std::uint8_t>(Fill::Pattern)});
   }
+  /// readFile chooses among the corpus files for ReadFile, among the
+  /// copies for Copy.
   Encoder& name(NameForm f, std::uint8_t readFile = 0) {
     form(f);
-    return f == NameForm::ReadFile ? raw({readFile}) : *this;
+    return f == NameForm::ReadFile || f == NameForm::Copy ? raw({readFile}) : *this;
   }
   Encoder& mode(std::string_view m) { return form(ModeForm::Fixed).raw({index_in(kModes, m)}); }
   Encoder& hostile(std::uint8_t cls, std::uint8_t dims) { return raw({0xFF, cls, 0, dims, dims, 3}); }
@@ -176,6 +188,46 @@ Encoder written(std::uint8_t cls, std::uint8_t bits, std::uint8_t samples, std::
   return e;
 }
 
+/// Every command that takes a file, each with the identifier `id` writes
+/// and plain operands after it.
+template <class Id>
+Encoder& every_command(Encoder& e, Id id) {
+  for (const char* word : {"close", "currentDirectory", "isTiled", "lastDirectory", "numberOfStrips",
+                           "numberOfTiles", "readDirectory", "readRGBAImage", "rewriteDirectory", "retrieveMetadata",
+                           "writeDirectory"})
+    id(e.step(word, 1));
+  for (const char* word : {"computeStrip", "readEncodedStrip", "readEncodedTile", "readRGBAStrip", "setDirectory",
+                           "setSubDirectory"})
+    id(e.step(word, 2)).number(0);
+  id(e.step("computeTile", 2)).pair(0, 0);
+  id(e.step("getField", 2)).tag(256);
+  id(e.step("readRGBATile", 3)).number(0).number(0);
+  id(e.step("setField", 3)).tag(270).text("a");
+  id(e.step("writeEncodedStrip", 3)).number(0).image(9, 16, 32, 0);
+  id(e.step("writeEncodedTile", 3)).number(0).image(9, 16, 16, 0);
+  return e;
+}
+
+/// A colour table set on a new file, then a LogLuv coding whose data
+/// format changes BitsPerSample under it, the table read back and the
+/// file closed, which writes it.
+Encoder table_then_log_luv(bool colorMap, std::uint8_t dataFormat) {
+  const std::uint8_t f = kFirstOpened;
+  Encoder e;
+  e.step("open", 2).name(NameForm::OtherScratch).mode("w");
+  if (colorMap) {
+    e.set(f, 262, 3).set(f, 258, 8).step("setField", 3).id(f).tag(320).table(256, true, true);
+  } else {
+    e.set(f, 262, 1).step("setField", 3).id(f).tag(301).table(2, false, false);
+  }
+  e.step("setField", 3).id(f).tag(262).big(32844);
+  e.step("setField", 3).id(f).tag(259).big(34676);
+  e.set(f, 65560, dataFormat);
+  e.step("getField", 2).id(f).tag(colorMap ? 320 : 301);
+  e.step("close", 1).id(f);
+  return e;
+}
+
 std::vector<std::pair<std::string, Encoder>> programs() {
   std::vector<std::pair<std::string, Encoder>> all;
   for (std::uint8_t file = 0; file < kWriteFile; ++file) all.emplace_back("tour-" + std::to_string(file), tour(file));
@@ -234,24 +286,58 @@ std::vector<std::pair<std::string, Encoder>> programs() {
 
   Encoder files;
   files.step("open", 2).name(NameForm::ReadFile, 3).mode("r");
-  files.step("close", 1).id(11).step("close", 1).id(11).step("currentDirectory", 1).id(11);
+  files.step("close", 1).id(kFirstOpened).step("close", 1).id(kFirstOpened);
+  files.step("currentDirectory", 1).id(kFirstOpened);
   files.step("open", 2).name(NameForm::OtherScratch).mode("w8");
   files.step("open", 2).name(NameForm::WriteFile).mode("a");
   files.step("open", 2).name(NameForm::NonAscii).mode("w");
   files.step("open", 2).name(NameForm::WithNul).mode("w");
   files.step("open", 2).name(NameForm::Missing).mode("r");
   files.step("open", 2).name(NameForm::ReadFile, 0).mode("r+");
+  files.step("open", 2).name(NameForm::Copy, 1).mode("a");
   files.step("close", 1).id(0).step("numberOfStrips", 1).id(0);
   all.emplace_back("open-close", files);
 
   Encoder ids;
   for (auto f = IdForm::Pool; f < IdForm::kCount; f = static_cast<IdForm>(static_cast<int>(f) + 1)) {
-    ids.step("currentDirectory", 1).id_as(f, true);
-    ids.step("getField", 2).id_as(f, false).tag(256);
+    ids.step("currentDirectory", 1).id_as(f);
+    ids.step("getField", 2).id_as(f).tag(256);
   }
   ids.step("setField", 3).hostile(1, 2).hostile(4, 3).hostile(2, 1);
   ids.step("writeEncodedStrip", 5).id(kWriteFile).hostile(6, 0).hostile(1, 3).hostile(4, 2).hostile(15, 4);
   all.emplace_back("identifiers", ids);
+
+  // A stale identifier (its file closed, another opened after it) and a
+  // made-up one, for every command.
+  Encoder stale;
+  stale.step("open", 2).name(NameForm::OtherScratch).mode("w").step("close", 1).id(kFirstOpened);
+  stale.step("open", 2).name(NameForm::ReadFile, 3).mode("r");
+  every_command(stale, [](Encoder& e) -> Encoder& { return e.id_as(IdForm::Closed); });
+  every_command(stale, [](Encoder& e) -> Encoder& { return e.id_as(IdForm::Forged); });
+  all.emplace_back("stale-identifiers", stale);
+
+  for (const bool colorMap : {false, true})
+    for (const std::uint8_t format : {3, 0})
+      all.emplace_back(std::string(colorMap ? "colormap" : "transfer") + "-then-logluv-" + std::to_string(format),
+                       table_then_log_luv(colorMap, format));
+
+  // Directories read from files, changed in place: tags of another codec
+  // than the image's, a palette image turned LogLuv, pages and SubIFDs.
+  Encoder update;
+  update.set(kForeignCopy, 317, 2).step("getField", 2).id(kForeignCopy).tag(317);
+  update.set(kForeignCopy, 292, 4).step("rewriteDirectory", 1).id(kForeignCopy);
+  update.step("setField", 3).id(kForeignCopy).tag(270).text("a").step("writeDirectory", 1).id(kForeignCopy);
+  update.set(kFaxCopy, 292, 1).set(kFaxCopy, 293, 0).step("rewriteDirectory", 1).id(kFaxCopy);
+  update.step("setDirectory", 2).id(kFaxCopy).number(3).set(kFaxCopy, 317, 2);
+  update.step("writeDirectory", 1).id(kFaxCopy);
+  update.step("setField", 3).id(kPaletteCopy).tag(262).big(32844);
+  update.step("setField", 3).id(kPaletteCopy).tag(259).big(34676);
+  update.set(kPaletteCopy, 65560, 3).step("getField", 2).id(kPaletteCopy).tag(320);
+  update.step("rewriteDirectory", 1).id(kPaletteCopy);
+  update.step("setField", 3).id(kSubIfdCopy).tag(330).scalar(1).step("writeDirectory", 1).id(kSubIfdCopy);
+  update.step("setField", 3).id(kBigCopy).tag(305).text("a").step("rewriteDirectory", 1).id(kBigCopy);
+  update.step("writeEncodedTile", 3).id(kBigCopy).number(0).image(9, 16, 16, 0);
+  all.emplace_back("update-copies", update);
   return all;
 }
 

@@ -1,7 +1,9 @@
 #include "fuzz/driver/support.h"
 
 #include "files/files.h"
+#include "gateway/command_table.h"
 
+#include <sys/stat.h>  // fstat
 #include <tiffio.h>
 
 #include <algorithm>  // std::min, std::max
@@ -11,6 +13,7 @@
 #include <fcntl.h>  // O_RDONLY
 #include <filesystem>
 #include <stdexcept>
+#include <tuple>
 
 namespace tiffgate::fuzz {
 
@@ -43,6 +46,46 @@ std::uint64_t product(std::uint64_t a, std::uint64_t b, std::uint64_t c = 1) {
   return abc;
 }
 
+/// Whether a call's first operand is a command's file operand that names no
+/// file open now. Only a 1x1 uint64 of a registered value names one; a
+/// count of operands outside the command's limits is refused before it.
+bool names_no_open_file(std::string_view word, const std::vector<Array>& inputs) {
+  for (const CommandEntry& entry : command_table()) {
+    if (entry.name != word) continue;
+    const auto operands = static_cast<std::int32_t>(inputs.size()) - 1;
+    if (entry.file == FileOperand::none || operands < entry.minOperands || operands > entry.maxOperands) return false;
+    const Array& id = inputs[1];
+    return id.class_id() != zvUINT64_CLASS || id.numel() != 1 || handle_of(id) == nullptr;
+  }
+  return false;
+}
+
+/// What a command could change about an open file: its place in the file
+/// and the file's length.
+struct FileState {
+  std::uint64_t id;
+  TIFF* handle;
+  tdir_t directory;
+  std::uint64_t directoryOffset;
+  std::uint32_t row, strip, tile;
+  off_t length;
+  bool operator==(const FileState& o) const {
+    return std::tie(id, handle, directory, directoryOffset, row, strip, tile, length) ==
+           std::tie(o.id, o.handle, o.directory, o.directoryOffset, o.row, o.strip, o.tile, o.length);
+  }
+};
+
+std::vector<FileState> open_files() {
+  std::vector<FileState> files;
+  for (const auto& [id, tif] : open_file_registry()) {
+    struct stat st {};
+    fstat(TIFFFileno(tif), &st);
+    files.push_back({id, tif, TIFFCurrentDirectory(tif), TIFFCurrentDirOffset(tif), TIFFCurrentRow(tif),
+                     TIFFCurrentStrip(tif), TIFFCurrentTile(tif), st.st_size});
+  }
+  return files;
+}
+
 }  // namespace
 
 const std::string& scratch_dir() {
@@ -68,10 +111,23 @@ CallResult Session::call_inputs(const std::vector<Array>& inputs, int nOutputs) 
     for (const Array& input : inputs) line += " " + describe(input);
     std::fprintf(stderr, "%s\n", line.c_str());
   }
+  const bool worded = !inputs.empty() && inputs[0].class_id() == zvCHAR_CLASS;
+  const std::string word = worded ? inputs[0].utf8() : std::string();
+  const bool stray = names_no_open_file(word, inputs);
+  const std::vector<FileState> before = stray ? open_files() : std::vector<FileState>();
   CallResult result = embedded::call_inputs(inputs, nOutputs);
   if (tracing) std::fprintf(stderr, "  -> %s\n", result.ok() ? "ok" : result.error_id().c_str());
-  const bool worded = !inputs.empty() && inputs[0].class_id() == zvCHAR_CLASS;
-  check(worded ? inputs[0].utf8() : std::string(), result);
+  check(word, result);
+  if (stray) {
+    // Refused before the handler ran ("close" lets closed files be), and
+    // no open file saw the call.
+    const std::string kind = result.ok() ? "ok" : result.error_id();
+    const auto is = [&](std::string_view k) { return kind == std::string(kCatalogueIds) + std::string(k); };
+    if (!is("Tiff:badFileId") && !is("Tiff:invalidFileId") && !is("validate:argumentOutOfBounds") &&
+        !(kind == "ok" && word == "close"))
+      problem(word + " of " + describe(inputs[1]) + ", which names no open file: " + kind);
+    if (open_files() != before) problem(word + " of " + describe(inputs[1]) + ", which names no open file, changed one");
+  }
   return result;
 }
 
@@ -117,6 +173,9 @@ void Session::check(std::string_view word, const CallResult& result) {
     problem("open succeeded without an identifier");
     return;
   }
+  const std::uint64_t value = result.outputs[0]->at<std::uint64_t>(0);
+  for (const Array& earlier : opened_)
+    if (earlier.at<std::uint64_t>(0) == value) problem("open: an identifier issued twice");
   opened_.push_back(*result.outputs[0]);
   if (handle_of(opened_.back()) == nullptr) problem("open: identifier not registered");
 }

@@ -33,8 +33,12 @@ std::string describe(const Array& a);
 
 /// Gateway calls with the checks that hold after any call, whatever the
 /// operands: an error is a kind of the catalogue, never a foreign
-/// exception; "open" yields a registered identifier. Every identifier
-/// opened is kept, and finish() closes them all and checks the registry.
+/// exception; "open" yields a registered identifier never issued before;
+/// an identifier that names no open file is refused (badFileId,
+/// invalidFileId, argumentOutOfBounds for a number no identifier can be;
+/// "close" may succeed) and leaves every open file as it was. Every
+/// identifier opened is kept, and finish() closes them all and checks the
+/// registry.
 /// With TIFFGATE_FUZZ_TRACE set, every call and its outcome go to stderr.
 class Session {
  public:
