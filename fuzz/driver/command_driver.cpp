@@ -135,12 +135,13 @@ class Program {
   }
 
  private:
-  /// Operand limits of the command table; words that are no command get
-  /// up to three operands.
+  /// Operand limits of the command and entry tables; words that are no
+  /// command get up to three operands.
   static std::pair<std::size_t, std::size_t> limits(std::string_view word) {
-    for (const CommandEntry& entry : command_table())
-      if (entry.name == word)
-        return {static_cast<std::size_t>(entry.minOperands), static_cast<std::size_t>(entry.maxOperands)};
+    for (const auto* table : {&command_table(), &entry_table()})
+      for (const CommandEntry& entry : *table)
+        if (entry.name == word)
+          return {static_cast<std::size_t>(entry.minOperands), static_cast<std::size_t>(entry.maxOperands)};
     return {0, 3};
   }
 
@@ -151,7 +152,8 @@ class Program {
         {"readEncodedStrip", Demand::Strip}, {"writeEncodedStrip", Demand::Strip},
         {"readEncodedTile", Demand::Tile},   {"writeEncodedTile", Demand::Tile},
         {"readRGBAImage", Demand::RgbaImage}, {"readRGBAStrip", Demand::RgbaStrip},
-        {"readRGBATile", Demand::RgbaTile}};
+        {"readRGBATile", Demand::RgbaTile},   {"__readImage__", Demand::Image},
+        {"__writeImage__", Demand::Image}};
     for (const auto& [name, demand] : kDemands)
       if (name == word) return budget_.take(demand_bytes(target_, demand));
     return true;

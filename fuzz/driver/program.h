@@ -17,14 +17,15 @@
 
 namespace tiffgate::fuzz::program {
 
-/// The 25 commands, then words that are no command (an empty word, other
-/// case, a trailing blank, a trailing NUL).
+/// The 25 commands, the whole-image entries, then words that are no command
+/// (an empty word, other case, a trailing blank, a trailing NUL).
 inline constexpr std::string_view kWords[] = {
     "close", "computeStrip", "computeTile", "currentDirectory", "getField", "getVersion", "isTiled",
     "lastDirectory", "numberOfStrips", "numberOfTiles", "open", "readDirectory", "readEncodedStrip",
     "readEncodedTile", "readRGBAImage", "readRGBAStrip", "readRGBATile", "rewriteDirectory",
     "retrieveMetadata", "setDirectory", "setField", "setSubDirectory", "writeDirectory",
-    "writeEncodedStrip", "writeEncodedTile", "", "Close", "close ", std::string_view("close\0", 6)};
+    "writeEncodedStrip", "writeEncodedTile", "__readImage__", "__writeImage__", "", "Close", "close ",
+    std::string_view("close\0", 6)};
 inline constexpr std::size_t kWordCount = std::size(kWords);
 /// Word choices past the words: a call with no inputs at all, and one whose
 /// first input is a number instead of text.
@@ -79,6 +80,8 @@ inline constexpr Signature kSignatures[] = {
     {"writeDirectory", {R::Id}},
     {"writeEncodedStrip", {R::Id, R::Number, R::Image, R::Image, R::Image}},
     {"writeEncodedTile", {R::Id, R::Number, R::Image, R::Image, R::Image}},
+    {"__readImage__", {R::Id}},
+    {"__writeImage__", {R::Id, R::Image, R::Number}},
 };
 
 constexpr Role role_of(std::string_view word, std::size_t position) {

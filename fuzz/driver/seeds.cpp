@@ -130,7 +130,8 @@ class Encoder {
                                        {"getVersion", 0},   {"open", 2},        {"readEncodedStrip", 2},
                                        {"readEncodedTile", 2}, {"readRGBAStrip", 2}, {"readRGBATile", 3},
                                        {"setDirectory", 2}, {"setField", 3},    {"setSubDirectory", 2},
-                                       {"writeEncodedStrip", 3}, {"writeEncodedTile", 3}};
+                                       {"writeEncodedStrip", 3}, {"writeEncodedTile", 3},
+                                       {"__writeImage__", 3}};
     for (const Least& l : kLeast)
       if (l.word == word) return l.count;
     return 1;
@@ -152,6 +153,7 @@ Encoder tour(std::uint8_t file) {
   e.step("readRGBAImage", 1).id(file);
   e.step("readRGBAStrip", 2).id(file).number(0);
   e.step("readRGBATile", 3).id(file).number(0).number(0);
+  e.step("__readImage__", 1).id(file);
   e.step("computeStrip", 2).id(file).number(0);
   e.step("computeStrip", 3).id(file).number(0).number(1);
   e.step("computeTile", 2).id(file).pair(0, 0);
@@ -183,6 +185,7 @@ Encoder written(std::uint8_t cls, std::uint8_t bits, std::uint8_t samples, std::
   for (std::uint8_t chunk = 0; chunk < 2; ++chunk)
     e.step(word, 3).id(kWriteFile).number(chunk).image(cls, 16, 16, samples == 1 ? 0 : samples);
   e.step(word, 3).id(kWriteFile).number(9).image(cls, 17, 33, samples == 1 ? 0 : samples);
+  e.step("__writeImage__", 3).id(kWriteFile).image(cls, 40, 40, samples == 1 ? 0 : samples).number(3);
   e.step("writeDirectory", 1).id(kWriteFile);
   e.step("readEncodedStrip", 2).id(kWriteFile).number(0);
   return e;
@@ -205,6 +208,8 @@ Encoder& every_command(Encoder& e, Id id) {
   id(e.step("setField", 3)).tag(270).text("a");
   id(e.step("writeEncodedStrip", 3)).number(0).image(9, 16, 32, 0);
   id(e.step("writeEncodedTile", 3)).number(0).image(9, 16, 16, 0);
+  id(e.step("__readImage__", 1));
+  id(e.step("__writeImage__", 3)).image(9, 16, 16, 0).number(1);
   return e;
 }
 

@@ -226,6 +226,11 @@ std::uint64_t demand_bytes(TIFF* tif, Demand what) {
     case Demand::RgbaImage: return std::max(product(4, width, length), chunk);
     case Demand::RgbaStrip: return std::max(product(4, width, rows), chunk);
     case Demand::RgbaTile: return std::max(product(4, tileWidth, tileLength), chunk);
+    // The whole image, 8 bytes a sample at most, besides a chunk's buffer
+    // (and, writing, the arrays of every chunk).
+    case Demand::Image:
+      return product(product(8, width, length), samples) + chunk +
+             (writing ? product(TIFFNumberOfStrips(tif) + TIFFNumberOfTiles(tif), 20) : 0);
   }
   return 0;
 }

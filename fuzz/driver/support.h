@@ -70,7 +70,7 @@ class Session {
 
 /// The buffers a data command makes the module allocate for the current
 /// directory, sized as libtiff sizes them.
-enum class Demand { Strip, Tile, RgbaImage, RgbaStrip, RgbaTile };
+enum class Demand { Strip, Tile, RgbaImage, RgbaStrip, RgbaTile, Image };
 std::uint64_t demand_bytes(TIFF* tif, Demand what);
 
 /// Bytes of chunk buffers and rasters one input may have the module (and
