@@ -229,7 +229,7 @@ void read_tile(TIFF* tif, ChunkNumber tile_number, Store store) {
   store(layout, cls, chunk, rows, columns);
 }
 
-/// The chunk into a caller's view, YCbCr excepted (see read_into.h).
+/// The chunk into a caller's view, YCbCr excepted (see chunks.h).
 ChunkPlacement store_into(const ChunkDestination& to, const ImageLayout& layout, zvClassID cls,
                           const ChunkBuffer& chunk, std::size_t rows, std::size_t columns) {
   if (layout.photometric == PHOTOMETRIC_YCBCR) return {ChunkOutcome::ycbcr, 0, 0};

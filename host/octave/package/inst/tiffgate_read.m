@@ -103,7 +103,7 @@ function img = read_rgba (id)
 endfunction
 
 ## Every strip or tile of every plane, put where it belongs. The module cuts
-## the last strip and the edge tiles to the image; the host's internal entry
+## the last strip and the edge tiles to the image; its whole-image entry
 ## clips rows and columns as well, so that a file whose chunk count
 ## disagrees with its size cannot make the image grow. It reads each chunk
 ## with the module's own read command and places it straight into the
