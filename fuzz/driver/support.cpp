@@ -50,12 +50,15 @@ std::uint64_t product(std::uint64_t a, std::uint64_t b, std::uint64_t c = 1) {
 /// file open now. Only a 1x1 uint64 of a registered value names one; a
 /// count of operands outside the command's limits is refused before it.
 bool names_no_open_file(std::string_view word, const std::vector<Array>& inputs) {
-  for (const CommandEntry& entry : command_table()) {
-    if (entry.name != word) continue;
-    const auto operands = static_cast<std::int32_t>(inputs.size()) - 1;
-    if (entry.file == FileOperand::none || operands < entry.minOperands || operands > entry.maxOperands) return false;
-    const Array& id = inputs[1];
-    return id.class_id() != zvUINT64_CLASS || id.numel() != 1 || handle_of(id) == nullptr;
+  for (const auto* table : {&command_table(), &entry_table()}) {
+    for (const CommandEntry& entry : *table) {
+      if (entry.name != word) continue;
+      const auto operands = static_cast<std::int32_t>(inputs.size()) - 1;
+      if (entry.file == FileOperand::none || operands < entry.minOperands || operands > entry.maxOperands)
+        return false;
+      const Array& id = inputs[1];
+      return id.class_id() != zvUINT64_CLASS || id.numel() != 1 || handle_of(id) == nullptr;
+    }
   }
   return false;
 }
