@@ -46,6 +46,13 @@ std::uint64_t product(std::uint64_t a, std::uint64_t b, std::uint64_t c = 1) {
   return abc;
 }
 
+/// a + b, held at the largest value: a product held there must not wrap
+/// round to a size the budget takes.
+std::uint64_t sum(std::uint64_t a, std::uint64_t b) {
+  std::uint64_t ab = 0;
+  return __builtin_add_overflow(a, b, &ab) ? UINT64_MAX : ab;
+}
+
 /// Whether a call's first operand is a command's file operand that names no
 /// file open now. Only a 1x1 uint64 of a registered value names one; a
 /// count of operands outside the command's limits is refused before it.
@@ -232,8 +239,8 @@ std::uint64_t demand_bytes(TIFF* tif, Demand what) {
     // The whole image, 8 bytes a sample at most, besides a chunk's buffer
     // (and, writing, the arrays of every chunk).
     case Demand::Image:
-      return product(product(8, width, length), samples) + chunk +
-             (writing ? product(TIFFNumberOfStrips(tif) + TIFFNumberOfTiles(tif), 20) : 0);
+      return sum(sum(product(product(8, width, length), samples), chunk),
+                 writing ? product(std::uint64_t{TIFFNumberOfStrips(tif)} + TIFFNumberOfTiles(tif), 20) : 0);
   }
   return 0;
 }
