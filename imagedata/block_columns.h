@@ -2,14 +2,17 @@
 /// Where the element columns of a block of a chunk row lie in a host array,
 /// for the copy kernels. Element column j = c * samples + k of a row is
 /// column c of plane k: byte offset c * column + k * plane.
+///
+/// Only the kernel files include this, and they are compiled once per
+/// vector width: everything here has internal linkage, so that the AVX2
+/// build's copies stay its own.
 
 #include <cstddef>
 #include <cstdint>
-#include <numeric>  // std::gcd
 #include <type_traits>  // std::integral_constant
-#include <vector>
 
 namespace tiffgate::detail {
+namespace {
 
 /// Calls run(width) with the widest block, 64, 32 or 16 bytes (as an
 /// integral_constant), that rows of `bytes` bytes hold; false when they hold
@@ -22,12 +25,21 @@ bool with_block_width(std::size_t bytes, Run run) {
   return false;
 }
 
+constexpr std::size_t gcd(std::size_t a, std::size_t b) {
+  while (b != 0) {
+    const std::size_t r = a % b;
+    a = b;
+    b = r;
+  }
+  return a;
+}
+
 /// Whether more than `limit` of `rows` consecutive rows, `stride` bytes
 /// apart, share a set of a cache whose sets repeat every 4096 bytes: a
 /// transpose reading or writing them together would have them evict each
 /// other, or wait on each other's addresses.
 inline bool crowded(std::size_t stride, std::size_t rows, std::size_t limit) {
-  const std::size_t period = 4096 / std::gcd(stride, std::size_t{4096});  // rows until the set repeats
+  const std::size_t period = 4096 / gcd(stride, 4096);  // rows until the set repeats
   return (rows + period - 1) / period > limit;
 }
 
@@ -44,8 +56,7 @@ class BlockColumns {
     const std::size_t size = width + samples - 1;
     // Most tables fit here; a pixel of very many samples takes one
     // allocation for the call.
-    if (size > kInline) heap_.resize(size);
-    table_ = size > kInline ? heap_.data() : inline_;
+    table_ = size > kInline ? new std::size_t[size] : inline_;
     std::size_t k = 0, pixel = 0;
     for (std::size_t i = 0; i < size; ++i) {
       table_[i] = k < planes ? pixel + k * plane : kAbsent;
@@ -54,6 +65,9 @@ class BlockColumns {
         pixel += column;
       }
     }
+  }
+  ~BlockColumns() {
+    if (table_ != inline_) delete[] table_;
   }
   BlockColumns(const BlockColumns&) = delete;
   BlockColumns& operator=(const BlockColumns&) = delete;
@@ -71,7 +85,6 @@ class BlockColumns {
 
   std::size_t column_, samples_;
   std::size_t inline_[kInline];
-  std::vector<std::size_t> heap_;
   std::size_t* table_;
 };
 
@@ -105,4 +118,5 @@ class ColumnWalk {
   std::size_t column_, plane_, samples_, planes_, k_, offset_;
 };
 
+}  // namespace
 }  // namespace tiffgate::detail

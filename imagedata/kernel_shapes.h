@@ -26,4 +26,14 @@ constexpr std::size_t element_bytes(unsigned bitsPerSample) {
              : 0;
 }
 
+/// How many of the first `rows` rows, `stride` bytes apart, have their first
+/// `used` bytes inside a buffer of `bytes`: a chunk can be shorter than its
+/// geometry says when the file is inconsistent.
+constexpr std::size_t readable_rows(std::size_t bytes, std::size_t stride, std::size_t used, std::size_t rows) {
+  if (bytes < used) return 0;
+  if (stride == 0) return rows;
+  const std::size_t fit = (bytes - used) / stride + 1;
+  return fit < rows ? fit : rows;
+}
+
 }  // namespace tiffgate::detail
