@@ -6,22 +6,19 @@
 // (closed, with files opened after it), made up, and in other classes.
 
 #include "files/files.h"
+#include "fuzz/driver/arrays.h"
 #include "fuzz/driver/drivers.h"
 #include "fuzz/driver/program.h"
 #include "fuzz/driver/reader.h"
+#include "fuzz/driver/scratch_files.h"
 #include "fuzz/driver/support.h"
 #include "gateway/command_table.h"
 #include "tags/tag_table.h"
 
-#include <algorithm>  // std::max_element
-#include <cstring>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <limits>
-#include <sstream>
-#include <stdexcept>
-
-#include <tiffio.h>
 
 namespace tiffgate::fuzz {
 
@@ -30,70 +27,13 @@ namespace {
 using namespace program;
 
 constexpr std::size_t kMaxSteps = 128;
-/// Arrays of any class stay below this many elements, cells and structures
-/// below kMaxCells, nested at most kMaxNesting deep.
-constexpr std::size_t kMaxElements = std::size_t{1} << 16;
-constexpr std::size_t kMaxCells = 4;
+/// Cells and structures nest at most this deep.
 constexpr int kMaxNesting = 2;
-
-/// Corpus files opened for reading by every input: SubIFDs and three
-/// directories, subsampled YCbCr, JPEG YCbCr, 1-bit tiles, separate planes,
-/// a 2-bit palette, GeoTIFF keys, CMYK, LogLuv and 64-bit floats.
-constexpr const char* kReadFiles[] = {
-    "imagetiff-subsubifds.tif",        "libtiffnet-ycbcr42-contig-08.tif",        "pillow-child-ifd-jpeg.tiff",
-    "imagetiff-tiled-1b-16x16.tif",    "imagetiff-flower-rgb-planar-08.tif",      "imagetiff-flower-palette-02.tif",
-    "libgeotiff-epsg27563-allkeys.tif", "imagetiff-flower-separated-contig-08.tif", "libtiff-logluv-3c-16b.tiff",
-    "imagetiff-float64-gradient.tiff"};
-
-/// Corpus files copied into the scratch directory for every input and
-/// opened there "r+", so that the setters and the directory writers meet
-/// directories libtiff read from a file: fax pages holding Group3Options
-/// under Group 4 coding, a palette image, SubIFDs, BigTIFF tiles. The
-/// corpus itself is only ever read.
-constexpr const char* kCopiedFiles[] = {"twelvemonkeys-g4-5pages.tif", "imagetiff-flower-palette-02.tif",
-                                        "imagetiff-subsubifds.tif", "imagetiff-bigtiff-tiled-8b.tiff"};
 
 Array num(double v) { return Array::scalar(v); }
 
 bool is_live(std::uint64_t value) {
   return registered_handle(value) != nullptr;
-}
-
-template <class T>
-void store(Array& a, std::size_t i, T v) {
-  a.data_as<T>()[i] = v;
-}
-
-/// Element i of a numeric, logical or text array set from a small value.
-void set_small(Array& a, std::size_t i, std::uint8_t v) {
-  switch (a.class_id()) {
-    case zvLOGICAL_CLASS: store<zvLogical>(a, i, (v & 1) != 0); break;
-    case zvCHAR_CLASS: store<char16_t>(a, i, static_cast<char16_t>(0x20 + v % 95)); break;
-    case zvDOUBLE_CLASS: store<double>(a, i, v); break;
-    case zvSINGLE_CLASS: store<float>(a, i, v); break;
-    case zvINT8_CLASS: store<std::int8_t>(a, i, static_cast<std::int8_t>(v)); break;
-    case zvUINT8_CLASS: store<std::uint8_t>(a, i, v); break;
-    case zvINT16_CLASS: store<std::int16_t>(a, i, v); break;
-    case zvUINT16_CLASS: store<std::uint16_t>(a, i, v); break;
-    case zvINT32_CLASS: store<std::int32_t>(a, i, v); break;
-    case zvUINT32_CLASS: store<std::uint32_t>(a, i, v); break;
-    case zvINT64_CLASS: store<std::int64_t>(a, i, v); break;
-    case zvUINT64_CLASS: store<std::uint64_t>(a, i, v); break;
-    default: break;
-  }
-}
-
-/// An array of the given class and extents, capped at kMaxElements (cells
-/// and structures at kMaxCells) by setting the largest extent to 1.
-Array shaped(zvClassID cls, Array::Dims dims) {
-  const std::size_t cap = cls == zvCELL_CLASS || cls == zvSTRUCT_CLASS ? kMaxCells : kMaxElements;
-  const auto count = [&] {
-    std::size_t n = 1;
-    for (std::size_t d : dims) n = d == 0 ? 0 : (n > cap ? n : n * d);
-    return n;
-  };
-  while (count() > cap) *std::max_element(dims.begin(), dims.end()) = 1;
-  return Array(cls, std::move(dims));
 }
 
 class Program {
@@ -471,35 +411,6 @@ class Program {
     }
   }
 
-  /// Values at the edges of each class: NaN, infinities and extremes for
-  /// floating point, the least and greatest integers, surrogates in text.
-  static void fill_specials(Array& a) {
-    static constexpr float kFloats[] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
-                                        -std::numeric_limits<float>::infinity(), std::numeric_limits<float>::max(),
-                                        -0.0f, std::numeric_limits<float>::denorm_min()};
-    static constexpr zvLogical kLogicals[] = {true, false};
-    static constexpr char16_t kUnits[] = {0xD800, 0xDFFF, 0xFFFF, 0, u'+'};
-    static constexpr std::uint8_t kBytes[] = {0xFF, 0x80, 0x7F, 0x00, 0x01};
-    switch (a.class_id()) {
-      case zvDOUBLE_CLASS: cycle(a, kSpecials); break;
-      case zvSINGLE_CLASS: cycle(a, kFloats); break;
-      case zvLOGICAL_CLASS: cycle(a, kLogicals); break;
-      case zvCHAR_CLASS: cycle(a, kUnits); break;
-      default:
-        // Every byte of an integer alike: 0xFF.. is -1 or the greatest
-        // unsigned value, 0x80.. the least signed one, and so on.
-        for (std::size_t i = 0; i < a.numel(); ++i)
-          std::memset(static_cast<std::uint8_t*>(a.data()) + i * a.element_size(), kBytes[i % std::size(kBytes)],
-                      a.element_size());
-    }
-  }
-
-  template <class T, std::size_t N>
-  static void cycle(Array& a, const T (&values)[N]) {
-    T* data = a.data_as<T>();
-    for (std::size_t i = 0; i < a.numel(); ++i) data[i] = values[i % N];
-  }
-
   double special() { return kSpecials[r_.pick(std::size(kSpecials))]; }
 
   Array text() {
@@ -527,64 +438,11 @@ class Program {
   bool readOnlyName_ = false;  ///< the step opens a corpus file
 };
 
-/// The corpus files that exist; without the corpus the program runs
-/// against the scratch files alone.
-std::vector<std::string> read_files() {
-  std::vector<std::string> found;
-  for (const char* name : kReadFiles) {
-    const std::string path = corpus_dir() + "/" + name;
-    if (std::ifstream(path).good()) found.push_back(path);
-  }
-  return found;
-}
-
-std::string bytes_of(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
-}
-
-/// An uncompressed image whose directory holds Predictor and
-/// Group3Options, tags that only the codecs using them define: libtiff
-/// reads them back as tags it does not know. The corpus has no such file,
-/// so one is written with libtiff, the two tags declared for the purpose.
-std::string foreign_codec_tags_file() {
-  static const TIFFFieldInfo kForeign[] = {
-      {TIFFTAG_PREDICTOR, 1, 1, TIFF_SHORT, FIELD_CUSTOM, 1, 0, const_cast<char*>("Predictor")},
-      {TIFFTAG_GROUP3OPTIONS, 1, 1, TIFF_LONG, FIELD_CUSTOM, 1, 0, const_cast<char*>("Group3Options")}};
-  const std::string path = scratch_dir() + "/foreign-codec-tags.tif";
-  TIFF* tif = TIFFOpen(path.c_str(), "w");
-  if (tif == nullptr) throw std::runtime_error("cannot write " + path);
-  std::uint8_t pixels[16 * 16];
-  for (std::size_t i = 0; i < sizeof pixels; ++i) pixels[i] = static_cast<std::uint8_t>(i * 37);
-  const bool written =
-      TIFFMergeFieldInfo(tif, kForeign, 2) == 0 && TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, 16) &&
-      TIFFSetField(tif, TIFFTAG_IMAGELENGTH, 16) && TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8) &&
-      TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK) && TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 16) &&
-      TIFFSetField(tif, TIFFTAG_PREDICTOR, 2) && TIFFSetField(tif, TIFFTAG_GROUP3OPTIONS, 1u) &&
-      TIFFWriteEncodedStrip(tif, 0, pixels, sizeof pixels) == static_cast<tmsize_t>(sizeof pixels);
-  TIFFClose(tif);
-  if (!written) throw std::runtime_error("cannot write " + path);
-  return bytes_of(path);
-}
-
-/// The files copied for every input, by name, with their bytes.
-std::vector<std::pair<std::string, std::string>> copied_files() {
-  std::vector<std::pair<std::string, std::string>> files;
-  for (const char* name : kCopiedFiles) {
-    const std::string path = corpus_dir() + "/" + name;
-    if (std::ifstream(path).good()) files.emplace_back(name, bytes_of(path));
-  }
-  files.emplace_back("foreign-codec-tags.tif", foreign_codec_tags_file());
-  return files;
-}
-
 }  // namespace
 
 RunReport run_command_input(const std::uint8_t* data, std::size_t size) {
-  static const std::vector<std::string> readFiles = read_files();
-  static const std::vector<std::pair<std::string, std::string>> copied = copied_files();
+  static const std::vector<std::string> readFiles = command_read_files();
+  static const std::vector<std::pair<std::string, std::string>> copied = command_copied_files();
   RunReport report;
   Session session(report);
   // Every input starts from an empty scratch directory and fresh copies, so
