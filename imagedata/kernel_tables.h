@@ -1,8 +1,8 @@
 #pragma once
-/// The copy kernels that depend on the vector width. unpack_kernels.cpp and
-/// pack_kernels.cpp are compiled once for each width the build has (CMake
-/// sets TIFFGATE_VECTOR_BYTES and TIFFGATE_WIDTH_NS for each build: v16
-/// always, v32 with AVX2 on x86-64); each build fills the two tables of its
+/// The copy kernels that depend on the vector width. copy_kernels.cpp is
+/// compiled once for each width the build has (CMake sets
+/// TIFFGATE_VECTOR_BYTES and TIFFGATE_WIDTH_NS for each build: v16 always,
+/// v32 with AVX2 on x86-64); each build fills the two tables of its
 /// namespace. kernels.cpp chooses the tables once per process.
 
 #include "imagedata/pack_kernels.h"
