@@ -59,7 +59,14 @@ constexpr std::size_t kVectorBytes = 32;
 #include "imagedata/unpack_body.inc"
 #include "imagedata/pack_body.inc"
 }  // namespace wide
+namespace widest = wide;
+#else
+namespace widest = narrow;
 #endif
+
+/// Pixels one step of the row riffles takes: two vectors of elements.
+template <class T>
+constexpr std::size_t kRowStep = 2 * TIFFGATE_VECTOR_BYTES / sizeof(T);
 
 // === chunk to host ===========================================================
 
@@ -134,19 +141,10 @@ bool deinterleave(const unsigned char* row, const PlaneView& out) {
     return true;
   }
   using Row = void (*)(const unsigned char*, std::size_t, unsigned char*);
-  constexpr std::size_t lane = 16 / sizeof(T);
-  std::size_t pixels = 2 * lane;  // pixels one step takes
-  Row sort[] = {narrow::deinterleave_row<T, 2>, narrow::deinterleave_row<T, 3>, narrow::deinterleave_row<T, 4>};
-#if TIFFGATE_VECTOR_BYTES == 32
-  {
-    pixels = 4 * lane;
-    sort[0] = wide::deinterleave_row<T, 2>;
-    sort[1] = wide::deinterleave_row<T, 3>;
-    sort[2] = wide::deinterleave_row<T, 4>;
-  }
-#endif
-  if (out.samples > 4 || n < pixels) return false;
-  sort[out.samples - 2](row, n, out.data);
+  static constexpr Row kSort[] = {widest::deinterleave_row<T, 2>, widest::deinterleave_row<T, 3>,
+                                  widest::deinterleave_row<T, 4>};
+  if (out.samples > 4 || n < kRowStep<T>) return false;
+  kSort[out.samples - 2](row, n, out.data);
   return true;
 }
 
@@ -229,11 +227,7 @@ void bits_to_columns(const unsigned char* chunk, std::size_t stride, std::size_t
       })) {
     done = 8 * fullBytes;
   } else if (out.rows == 1 && out.samples == 1 && out.compact_row(1) && fullBytes >= 32) {
-#if TIFFGATE_VECTOR_BYTES == 32
-    wide::expand_bit_row(chunk, fullBytes, out.data);
-#else
-    narrow::expand_bit_row(chunk, fullBytes, out.data);
-#endif
+    widest::expand_bit_row(chunk, fullBytes, out.data);
     done = 8 * fullBytes;
   }
   scalar_bits_to_columns(chunk, stride, kept, done, bits, out);
@@ -353,19 +347,10 @@ bool interleave(const SourceView& in, const ChunkView& chunk) {
     return true;
   }
   using Row = void (*)(const SourceView&, std::size_t, unsigned char*);
-  constexpr std::size_t lane = 16 / sizeof(T);
-  std::size_t pixels = 2 * lane;  // pixels one step takes
-  Row merge[] = {narrow::interleave_row<T, 2>, narrow::interleave_row<T, 3>, narrow::interleave_row<T, 4>};
-#if TIFFGATE_VECTOR_BYTES == 32
-  {
-    pixels = 4 * lane;
-    merge[0] = wide::interleave_row<T, 2>;
-    merge[1] = wide::interleave_row<T, 3>;
-    merge[2] = wide::interleave_row<T, 4>;
-  }
-#endif
-  if (chunk.samples > 4 || n < pixels) return false;
-  merge[chunk.samples - 2](in, n, chunk.data);
+  static constexpr Row kMerge[] = {widest::interleave_row<T, 2>, widest::interleave_row<T, 3>,
+                                   widest::interleave_row<T, 4>};
+  if (chunk.samples > 4 || n < kRowStep<T>) return false;
+  kMerge[chunk.samples - 2](in, n, chunk.data);
   return true;
 }
 

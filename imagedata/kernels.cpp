@@ -9,20 +9,18 @@ namespace tiffgate {
 namespace detail {
 namespace {
 
-const UnpackTable& unpack_table(Isa isa) {
-#if TIFFGATE_HAVE_VECTOR32
-  if (isa == Isa::vector32 && isa_supported(isa)) return v32::unpack_table;
-#endif
-  (void)isa;
-  return v16::unpack_table;
-}
+/// The tables of one build: an isa the processor lacks gives the 16-byte one.
+struct Build {
+  const UnpackTable& unpack;
+  const PackTable& pack;
+};
 
-const PackTable& pack_table(Isa isa) {
+Build build(Isa isa) {
 #if TIFFGATE_HAVE_VECTOR32
-  if (isa == Isa::vector32 && isa_supported(isa)) return v32::pack_table;
+  if (isa == Isa::vector32 && isa_supported(isa)) return {v32::unpack_table, v32::pack_table};
 #endif
   (void)isa;
-  return v16::pack_table;
+  return {v16::unpack_table, v16::pack_table};
 }
 
 // Chunk sizes saturate instead of wrapping: a wrapped size could pass for a
@@ -54,14 +52,14 @@ Isa best_isa() {
 
 ElementPacker element_packer(std::size_t elementBytes, std::size_t samples, Isa isa) {
   (void)samples;  // one kernel serves every sample count
-  return elementBytes < kElementSizes ? pack_table(isa).elements[elementBytes] : nullptr;
+  return elementBytes < kElementSizes ? build(isa).pack.elements[elementBytes] : nullptr;
 }
 
 ElementPacker element_packer(std::size_t elementBytes, std::size_t samples) {
   return element_packer(elementBytes, samples, best_isa());
 }
 
-BitPacker bit_packer(Isa isa) { return pack_table(isa).bits; }
+BitPacker bit_packer(Isa isa) { return build(isa).pack.bits; }
 
 void pack_bits(const HostView& source, std::size_t rows, std::size_t columns, const ChunkView& chunk) {
   bit_packer(best_isa())(source, rows, columns, chunk);
@@ -92,22 +90,22 @@ std::size_t ycbcr_chunk_bytes(std::size_t width, std::size_t length, Subsampling
 }  // namespace detail
 
 ElementUnpacker element_unpacker(std::size_t elementSize, detail::Isa isa) {
-  return elementSize < detail::kElementSizes ? detail::unpack_table(isa).elements[elementSize] : nullptr;
+  return elementSize < detail::kElementSizes ? detail::build(isa).unpack.elements[elementSize] : nullptr;
 }
 
 ElementUnpacker element_unpacker(std::size_t elementSize) { return element_unpacker(elementSize, detail::best_isa()); }
 
 StridedElementUnpacker strided_element_unpacker(std::size_t elementSize, detail::Isa isa) {
-  return elementSize < detail::kElementSizes ? detail::unpack_table(isa).strided[elementSize] : nullptr;
+  return elementSize < detail::kElementSizes ? detail::build(isa).unpack.strided[elementSize] : nullptr;
 }
 
 StridedElementUnpacker strided_element_unpacker(std::size_t elementSize) {
   return strided_element_unpacker(elementSize, detail::best_isa());
 }
 
-BitUnpacker bit_unpacker(detail::Isa isa) { return detail::unpack_table(isa).bits; }
+BitUnpacker bit_unpacker(detail::Isa isa) { return detail::build(isa).unpack.bits; }
 
-StridedBitUnpacker strided_bit_unpacker(detail::Isa isa) { return detail::unpack_table(isa).strided_bits; }
+StridedBitUnpacker strided_bit_unpacker(detail::Isa isa) { return detail::build(isa).unpack.strided_bits; }
 
 void unpack_bits(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, bool* out) {
   bit_unpacker(detail::best_isa())(chunk, bytes, shape, out);

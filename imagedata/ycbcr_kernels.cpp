@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>  // std::integral_constant
 
 namespace tiffgate {
 namespace detail {
@@ -27,10 +28,27 @@ void zero_rows(T* out, std::size_t rows, std::size_t columns, std::size_t from, 
   for (std::size_t c = 0; c < columns; ++c) std::fill(out + c * column + from, out + c * column + rows, T{});
 }
 
-/// Where a factor's build sits in the tables below: 1, 2 and 4 have their
-/// own, any other (3) runs the loops with run-time bounds.
-constexpr std::size_t factor_index(std::size_t factor) {
-  return factor == 1 ? 0 : factor == 2 ? 1 : factor == 4 ? 2 : 3;
+/// The build that make(H, V) gives for f's factors, H and V as integral
+/// constants: one for each of 1, 2 and 4 in either direction, so that a
+/// unit's loops have constant trip counts, and (0, 0), loops bounded at run
+/// time, for any other.
+template <class Make>
+auto build_for(Subsampling f, Make make) {
+  using Zero = std::integral_constant<std::size_t, 0>;
+  const auto with_vertical = [&](auto h) {
+    switch (f.vertical) {
+      case 1: return make(h, std::integral_constant<std::size_t, 1>());
+      case 2: return make(h, std::integral_constant<std::size_t, 2>());
+      case 4: return make(h, std::integral_constant<std::size_t, 4>());
+      default: return make(Zero(), Zero());
+    }
+  };
+  switch (f.horizontal) {
+    case 1: return with_vertical(std::integral_constant<std::size_t, 1>());
+    case 2: return with_vertical(std::integral_constant<std::size_t, 2>());
+    case 4: return with_vertical(std::integral_constant<std::size_t, 4>());
+    default: return make(Zero(), Zero());
+  }
 }
 
 /// Y, Cb and Cr of unit rows [0, kept). Bands of unit rows, and within a
@@ -86,18 +104,10 @@ void unpack_ycbcr_with(const unsigned char* chunk, std::size_t bytes, const Chun
   zero_rows(cr, cm, cn, kept, cm);
 }
 
-/// The unpacker for f's factors: a build for each of 1, 2 and 4 in either
-/// direction, the loops over a unit unrolled; any other with run-time loops.
 template <class T>
 void unpack_ycbcr(const unsigned char* chunk, std::size_t bytes, const ChunkShape& shape, Subsampling f,
                   void* yPlane, void* cbPlane, void* crPlane) {
-  using Unpacker = void (*)(const unsigned char*, std::size_t, const ChunkShape&, Subsampling, void*, void*, void*);
-  static constexpr Unpacker kBuilds[3][3] = {
-      {unpack_ycbcr_with<T, 1, 1>, unpack_ycbcr_with<T, 1, 2>, unpack_ycbcr_with<T, 1, 4>},
-      {unpack_ycbcr_with<T, 2, 1>, unpack_ycbcr_with<T, 2, 2>, unpack_ycbcr_with<T, 2, 4>},
-      {unpack_ycbcr_with<T, 4, 1>, unpack_ycbcr_with<T, 4, 2>, unpack_ycbcr_with<T, 4, 4>}};
-  const std::size_t i = factor_index(f.horizontal), j = factor_index(f.vertical);
-  const Unpacker run = i < 3 && j < 3 ? kBuilds[i][j] : unpack_ycbcr_with<T, 0, 0>;
+  const auto run = build_for(f, [](auto h, auto v) { return &unpack_ycbcr_with<T, h, v>; });
   run(chunk, bytes, shape, f, yPlane, cbPlane, crPlane);
 }
 
@@ -153,17 +163,10 @@ void pack_ycbcr_with(const HostView& y, const HostView& cb, const HostView& cr, 
   }
 }
 
-/// The packer for the subsampling's factors: a build for each of 1, 2 and 4
-/// in either direction; any other with run-time loops.
 template <std::size_t Bytes>
 void pack_ycbcr(const HostView& y, const HostView& cb, const HostView& cr, std::size_t rows, std::size_t columns,
                 Subsampling subsampling, const ChunkView& chunk) {
-  static constexpr YCbCrPacker kBuilds[3][3] = {
-      {pack_ycbcr_with<Bytes, 1, 1>, pack_ycbcr_with<Bytes, 1, 2>, pack_ycbcr_with<Bytes, 1, 4>},
-      {pack_ycbcr_with<Bytes, 2, 1>, pack_ycbcr_with<Bytes, 2, 2>, pack_ycbcr_with<Bytes, 2, 4>},
-      {pack_ycbcr_with<Bytes, 4, 1>, pack_ycbcr_with<Bytes, 4, 2>, pack_ycbcr_with<Bytes, 4, 4>}};
-  const std::size_t i = factor_index(subsampling.horizontal), j = factor_index(subsampling.vertical);
-  const YCbCrPacker run = i < 3 && j < 3 ? kBuilds[i][j] : pack_ycbcr_with<Bytes, 0, 0>;
+  const auto run = build_for(subsampling, [](auto h, auto v) { return &pack_ycbcr_with<Bytes, h, v>; });
   run(y, cb, cr, rows, columns, subsampling, chunk);
 }
 
