@@ -1,6 +1,6 @@
-// The copy kernels against plain reference loops, over odd sizes, partial
-// edges, short buffers and every sample count, in each vector width the
-// processor runs. Buffers are exactly as large as the kernels may touch, so
+// The copy kernels: a few chunks worked out by hand, then plain reference
+// loops over odd sizes, partial edges, short buffers and every sample count,
+// in each vector width the processor runs. Buffers are exactly as large as the kernels may touch, so
 // the sanitizer build catches any access outside them.
 #include "imagedata/pack_kernels.h"
 #include "imagedata/unpack_kernels.h"
@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>  // std::aligned_alloc
 #include <cstring>
@@ -42,6 +43,89 @@ std::string describe(Isa isa, std::size_t size, const ChunkShape& s, std::size_t
   return (isa == Isa::vector32 ? "32-byte" : "16-byte") + std::string(" size ") + std::to_string(size) +
          " W" + std::to_string(s.width) + " H" + std::to_string(s.length) + " spc" + std::to_string(s.samples) +
          " M" + std::to_string(s.rows) + " N" + std::to_string(s.columns) + " bytes " + std::to_string(bytes);
+}
+
+template <class T>
+Bytes bytes_of(const std::vector<T>& values) {
+  Bytes out(values.size() * sizeof(T));
+  std::memcpy(out.data(), values.data(), out.size());
+  return out;
+}
+
+template <class T>
+detail::HostView host(const std::vector<T>& data, std::size_t rows, std::size_t columns, std::size_t planes = 1) {
+  return {reinterpret_cast<const unsigned char*>(data.data()), rows, columns, planes};
+}
+
+/// The element unpacker into an output filled with a marker first.
+template <class T>
+std::vector<T> unpacked(const std::vector<T>& chunk, const ChunkShape& shape, std::size_t bytes) {
+  std::vector<T> out(shape.rows * shape.columns * shape.samples, T(0x5A));
+  element_unpacker(sizeof(T))(bytes_of(chunk).data(), bytes, shape, out.data());
+  return out;
+}
+
+// Hand-worked chunks: the reference loops below are written from the same
+// understanding as the kernels, these are not.
+TEST(copy_kernels, known_values) {
+  // ChunkShape: width, length, samples, rows kept, columns kept.
+  // A 3 x 4 uint16 chunk of r*4 + c, cut to 2 x 3, column-major.
+  const std::vector<std::uint16_t> grid = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
+  EXPECT_EQ(unpacked(grid, {4, 3, 1, 2, 3}, 24), (std::vector<std::uint16_t>{0, 4, 1, 5, 2, 6}));
+  // Three interleaved samples, 2 x 2 pixels, first column only: planes follow.
+  const std::vector<std::uint8_t> rgb = {0, 100, 200, 1, 101, 201, 10, 110, 210, 11, 111, 211};
+  EXPECT_EQ(unpacked(rgb, {2, 2, 3, 2, 1}, 12), (std::vector<std::uint8_t>{0, 10, 100, 110, 200, 210}));
+  // A buffer shorter than its geometry: the rows it lacks come out zero.
+  EXPECT_EQ(unpacked(std::vector<std::uint8_t>{1, 2, 3, 4, 0, 0}, {2, 3, 1, 3, 2}, 4),
+            (std::vector<std::uint8_t>{1, 3, 0, 2, 4, 0}));
+  const auto doubles = unpacked(std::vector<double>{-0.0, NAN}, {2, 1, 1, 1, 2}, 16);
+  EXPECT_TRUE(std::signbit(doubles[0]) && std::isnan(doubles[1]));
+
+  // Bits, most significant first, rows on byte boundaries: 10 pixels a row,
+  // row 0 has 0 and 9 set, row 1 has 7 and 8.
+  const Bytes bits = {0x80, 0x40, 0x01, 0x80};
+  std::vector<char> logical(20, 2);
+  unpack_bits(bits.data(), bits.size(), {10, 2, 1, 2, 10}, reinterpret_cast<bool*>(logical.data()));
+  for (int c = 0; c < 10; ++c)
+    EXPECT_EQ(std::make_pair(logical[2 * c], logical[2 * c + 1]),
+              std::make_pair(char(c == 0 || c == 9), char(c == 7 || c == 8))) << c;
+
+  // Packing: into a wider chunk, what lies outside stays; with fewer planes
+  // than samples the rest are zero; bits of a cut take a column stride of
+  // the kept rows (1, 1 comes from element 3, not 4).
+  Bytes chunk(12);
+  detail::element_packer(1, 1)(host(std::vector<std::uint8_t>{1, 2, 3, 4, 5, 6}, 3, 2), 2, 1, {chunk.data(), 4, 1});
+  EXPECT_EQ(chunk, (Bytes{1, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0}));
+  Bytes four(16);
+  detail::element_packer(2, 4)(host(std::vector<std::uint16_t>{10, 20, 11, 21, 12, 22}, 2, 1, 3), 2, 1,
+                               {four.data(), 1, 4});
+  EXPECT_EQ(four, bytes_of(std::vector<std::uint16_t>{10, 11, 12, 0, 20, 21, 22, 0}));
+  Bytes cut(2);
+  detail::pack_bits(host(std::vector<std::uint8_t>{1, 0, 0, 0, 1, 1}, 3, 2), 2, 2, {cut.data(), 2, 1});
+  EXPECT_EQ(cut, (Bytes{0x80, 0x00}));
+
+  // YCbCr 2 x 2 units, Y 3 x 3 with Y(r, c) = 10r + c + 1: the unit past
+  // the image's edge repeats the last row and column of Y.
+  const std::vector<std::uint8_t> y = {1, 11, 21, 2, 12, 22, 3, 13, 23}, cb = {100, 110, 101, 111},
+                                  cr = {200, 210, 201, 211};
+  Bytes units(detail::ycbcr_chunk_bytes(4, 4, {2, 2}, 1));
+  detail::ycbcr_packer(1)(host(y, 3, 3), host(cb, 2, 2), host(cr, 2, 2), 3, 3, {2, 2}, {units.data(), 4, 3});
+  EXPECT_EQ(units, (Bytes{1, 2, 11, 12, 100, 200, 3, 3, 13, 13, 101, 201,  //
+                          21, 22, 21, 22, 110, 210, 23, 23, 23, 23, 111, 211}));
+
+  // Sizes as libtiff gives them (a 15 x 4 strip of 2 x 2 YCbCr is 96 bytes);
+  // sizes too large to hold saturate rather than wrap; widths nothing serves.
+  EXPECT_EQ(detail::ycbcr_chunk_bytes(15, 4, {2, 2}, 1), 96u);
+  EXPECT_EQ(detail::ycbcr_units_per_row(3, {2, 1}), 2u);
+  EXPECT_EQ(detail::element_chunk_bytes(10, 3, 4, 2), 240u);
+  EXPECT_EQ(detail::bit_chunk_bytes(10, 3, 1), 6u);
+  EXPECT_EQ(detail::bit_row_bytes(10, 3), 4u);
+  EXPECT_EQ(detail::element_chunk_bytes(std::size_t{1} << 32, std::size_t{1} << 32, 65535, 8), SIZE_MAX);
+  EXPECT_EQ(element_unpacker(3), nullptr);
+  EXPECT_EQ(element_unpacker(16), nullptr);
+  EXPECT_EQ(ycbcr_unpacker(0), nullptr);
+  EXPECT_EQ(detail::element_packer(3, 1), nullptr);
+  EXPECT_EQ(detail::ycbcr_packer(3), nullptr);
 }
 
 // --- reference loops ----------------------------------------------------------
