@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <dirent.h>
+#include <dlfcn.h>
 
 #include <cerrno>  // ENOMEM
 #include <cstdarg>
@@ -21,14 +22,24 @@
 #include <limits>
 #include <set>
 
-// Three kinds guard values that libtiff refuses to store (PlanarConfiguration
-// 3, SampleFormat 7), so no file can hold them. They are reached by putting
-// this executable's TIFFGetFieldDefaulted in front of libtiff's, as the
-// injected read test does: the module still meets them through the host.
+// Some kinds guard what libtiff never lets happen: values it refuses to
+// store (PlanarConfiguration 3, SampleFormat 7), and a strip read that
+// returns more bytes than the strip holds. They are reached by putting this
+// executable's TIFFGetFieldDefaulted and TIFFReadEncodedStrip in front of
+// libtiff's (a definition in the executable takes precedence over the
+// shared library's): the module still meets them through the host.
 namespace {
 std::uint32_t g_tag = 0;  // the tag whose value is replaced; 0 for none
 std::uint16_t g_value = 0;
+tmsize_t g_extra_bytes = 0;
 }  // namespace
+
+extern "C" tmsize_t TIFFReadEncodedStrip(TIFF* tif, uint32_t strip, void* buffer, tmsize_t size) {
+  using Read = tmsize_t (*)(TIFF*, uint32_t, void*, tmsize_t);
+  static const auto real = reinterpret_cast<Read>(dlsym(RTLD_NEXT, "TIFFReadEncodedStrip"));
+  const tmsize_t got = real(tif, strip, buffer, size);
+  return got < 0 ? got : got + g_extra_bytes;
+}
 
 extern "C" int TIFFGetFieldDefaulted(TIFF* tif, uint32_t tag, ...) {
   va_list arguments;
@@ -595,4 +606,35 @@ TEST(every_kind, reached_through_the_host_and_leaves_nothing_behind) {
 #undef TG_KIND
   EXPECT_EQ(kinds.size(), 117u);
   EXPECT_EQ(covered, kinds);
+}
+
+// The injected values with the arguments each refusal reports, and the
+// reads that follow once they are gone.
+TEST(every_kind, injected_values_are_reported_as_met) {
+  const Files files;
+  const Array a = open_file(files.path("grey.tif")), b = open_file(files.path("grey32.tif"));
+  g_extra_bytes = 1;
+  EXPECT_EQ(outcome(call("readEncodedStrip", {a, num(1)})), "tooManyBytes(1, 128, 129)");
+  g_extra_bytes = 0;
+  EXPECT_EQ(outcome(call("readEncodedStrip", {a, num(1)})), "ok");
+  const std::pair<std::uint32_t, std::uint16_t> sampleFormat7{TIFFTAG_SAMPLEFORMAT, 7}, planar3{TIFFTAG_PLANARCONFIG, 3};
+  const struct {
+    std::pair<std::uint32_t, std::uint16_t> injected;
+    const char* command;
+    const Array& id;
+    const char* expected;
+  } rows[] = {
+      {sampleFormat7, "readEncodedStrip", b, "unknownSampleFormat(7)"},
+      {sampleFormat7, "readEncodedStrip", a, "badSampleFormatBitsPerSampleCombination(7, 8)"},
+      {planar3, "readEncodedTile", a, "illegalPlanarConfiguration(3)"},
+      {planar3, "computeStrip", a, "illegalPlanarConfiguration(3)"},
+      {{0, 0}, "readEncodedStrip", b, "ok"},
+  };
+  for (const auto& row : rows) {
+    const CallResult r = injected(row.injected.first, row.injected.second,
+                                  [&] { return call(row.command, {row.id, num(0)}); });
+    EXPECT_EQ(outcome(r), row.expected) << row.command;
+  }
+  call("close", {a});
+  call("close", {b});
 }
