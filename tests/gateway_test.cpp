@@ -11,6 +11,8 @@
 #include "support/foundation.h"
 #include "support/tiff_files.h"
 
+#include "support/corpus.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -307,49 +309,18 @@ namespace {
 using namespace tiffgate;
 using tiffgate::testing::tiff_id;
 
-// The 117 kinds the host knows, in catalogue order, each with its argument
-// types (T text, I int), written down from the catalogue the module must
-// provide; spellings as the host matches them ("tileWritefailure" included).
-constexpr const char* kRequiredKinds = R"(
-validate:wrongNumberOfInputs() validate:argumentOutOfBounds() Tiff:InvalidOperation(T)
-Tiff:tagValueNotDoublePrecisionScalar(T) Tiff:tagValueNotDoublePrecisionArray(T) Tiff:bad2DtagValue(TI)
-Tiff:argumentWasNotChar(T) Tiff:unableToOpenFile(T) Tiff:closingFileHandle(T) Tiff:badFileId()
-Tiff:invalidFileId() Tiff:unableToChangeDir(I) Tiff:unableToReadDir() Tiff:unableToWriteDir()
-Tiff:unableToWriteCurrentDir() Tiff:noSubDirectories() Tiff:noSuchSubDirectory() Tiff:unableToChangeSubdir(I)
-Tiff:unrecognizedTagNumber(I) Tiff:unsupportedTag(TI) Tiff:unhandledTagId(I) Tiff:unableToReadTag(I)
-Tiff:tagRetrievalFailed(T) Tiff:badMultipleTagValueRetrieved(ITI) Tiff:wrongSizedTagRetrieval(ITI)
-Tiff:badPlanarConfiguration(I) Tiff:badTransferFunctionSppCombination(I) Tiff:cannotWriteInReadMode()
-Tiff:unableToWriteTag(T) Tiff:tagRetrievalBeforeWriteFailed(TT) Tiff:badTagValueCount(TI) Tiff:lengthTooShort(TI)
-Tiff:zeroLengthDimension(T) Tiff:badTileDimension(T) Tiff:dateTimeTooLong() Tiff:badXmlPacketTagType()
-Tiff:badUninterpretedTagType(T) Tiff:badTagUsedWithPhotometric(TT) Tiff:doNotSetForLogLuv(T) Tiff:badValue()
-Tiff:fmtAlreadySet() Tiff:invalidSGILogDataFmtValue(I) Tiff:badCompressionForSgiLogDataFmt()
-Tiff:invalidNumberOfInksValue(III) Tiff:badNumberOfInkNames(I) Tiff:notCellString(T)
-Tiff:photometricInterpretationNotSeparated(T) Tiff:badSamplesPerPixelBitsPerSampleCombination()
-Tiff:badSampleFormatfor1Bps() Tiff:sampleFormatValueNotSupported() Tiff:badBitsPerSampleValue()
-Tiff:badPhotometricLabPaletteBitsPerSampleCombination() Tiff:badBitsPerSampleCompressionCombination()
-Tiff:unsupportedCompressionScheme(I) Tiff:ccittNotSupportedForCreating() Tiff:badThresholdingValue(I)
-Tiff:badPlanarConfigurationValue(I) Tiff:badPhotometricPlanarConfigurationCombination()
-Tiff:badTransferFunctionSize(IIII) Tiff:badSMinMaxValueForBiLevelImage(T)
-Tiff:badSampleFormatBitsPerSampleCombination(II) Tiff:badColorMap(II) Tiff:colorMapValuesNotNormalized()
-Tiff:illegalPlanarConfiguration(I) Tiff:imageDimensionsNotSet() Tiff:tileDimensionsNotSet()
-Tiff:badPlanarConfigurationSamplesPerPixelCombination() Tiff:badContigImageOneSpp()
-Tiff:badContigImageMultipleSpp() Tiff:badPlanarImage() Tiff:badSampleFormat() Tiff:badDatatypeForSampleFormat(TT)
-Tiff:unsupportedBitsPerSample(I) Tiff:imageDatatypeNot8bit(T) Tiff:imageDatatypeNot16bit(T)
-Tiff:imageDatatypeNot32bit(T) Tiff:imageDatatypeNotDouble(T) Tiff:imageDatatypeNotLogical(T)
-Tiff:wrongNumberOfInputImages() Tiff:badRgbSamplesPerPixelConfiguration() Tiff:badPaletteWriteConfiguration()
-Tiff:colorMapShouldbeSet() Tiff:badDatatypeForPaletteImage(II) Tiff:badYCbCrDimensions(IIIIIIII)
-Tiff:unsupportedYCbCrConfiguration() Tiff:eightBitSgiFormatNotAllowedWhenWriting() Tiff:luvCodecNotSet()
-Tiff:badExtraSamples(TI) Tiff:improperUsageOfExtraSamples(I) Tiff:jpegBitsPerSampleMustBeEight()
-Tiff:jpegCompressionRequiresThreeSamplesPerPixel() Tiff:strippedJpegCompressionRequires16()
-Tiff:tiledJpegCompressionRequires16() Tiff:strippedOperationOnTiledImage() Tiff:tiledOperationOnStrippedImage()
-Tiff:sampleParameterRequired() Tiff:sampleParameterNotAllowedInChunkyCase() Tiff:badStripNumber(I)
-Tiff:badTileNumber(I) Tiff:stripNumberTooLarge(I) Tiff:tileNumberTooLarge(I) Tiff:tooManyBytes(III)
-Tiff:imageDepthStrippedLayoutMismatch(I) Tiff:readWithJpegColorModeRGB() Tiff:imageReadErrorRGBA()
-Tiff:stripReadErrorRGBA(I) Tiff:tileReadErrorRGBA(II) Tiff:stripWriteFailure(I) Tiff:tileWritefailure(I)
-Tiff:dataWidthExceedsImageWidth(II) Tiff:dataLengthExceedsRowsPerStrip(II) Tiff:dataWidthExceedsTileWidth(II)
-Tiff:dataLengthExceedsTileLength(II) Tiff:unhandledBitsPerSample(I) Tiff:unknownSampleFormat(I)
-Tiff:complexSampleFormat() Tiff:sampleFormatMustBeIeeeFpFor64Bits()
-)";
+/// The kinds the module must have, in catalogue order, as "Tiff:name(TI)"
+/// (tests/required_kinds.txt; "#" lines are comments).
+std::vector<std::string> required_kinds() {
+  std::ifstream in(tiffgate::testing::test_source("required_kinds.txt"));
+  std::vector<std::string> kinds;
+  for (std::string line; std::getline(in, line);) {
+    if (line.rfind('#', 0) == 0) continue;
+    std::istringstream words(line);
+    for (std::string k; words >> k;) kinds.push_back("Quarn:imagesci:" + k);
+  }
+  return kinds;
+}
 
 // Every kind as kinds.def declares it: its class's identifier, argument
 // types and position.
@@ -379,9 +350,7 @@ TEST(errors_test, kinds_are_the_required_ones_with_their_placeholders) {
   ASSERT_EQ(std::size(kDeclared), 117u);
   ASSERT_EQ(kKindCount, 117u);
 
-  std::vector<std::string> required;
-  std::istringstream list(kRequiredKinds);
-  for (std::string k; list >> k;) required.push_back("Quarn:imagesci:" + k);
+  const std::vector<std::string> required = required_kinds();
   ASSERT_EQ(required.size(), 117u);
 
   std::set<std::string> seen;
