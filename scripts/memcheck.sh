@@ -16,7 +16,7 @@ export TIFFGATE_CORPUS=${TIFFGATE_CORPUS:-$PWD/../shared/corpus}
 run_one() {
   local test=$1 logs=$2 name
   name=$(basename "$test")
-  # Children (the malformed-corpus probes fork) are checked as well: their
+  # Children of a test that forks are checked as well: their
   # reports land in the same log, and an error makes them exit with 99.
   if valgrind --quiet --error-exitcode=99 --leak-check=full \
       --show-leak-kinds=definite,indirect,possible --errors-for-leak-kinds=definite,indirect,possible \
