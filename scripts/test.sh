@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: once in a plain
 # build, once under AddressSanitizer and UndefinedBehaviorSanitizer; the
-# unit tests once more under valgrind memcheck (3 to 8 minutes on two
+# unit tests once more under valgrind memcheck (about a minute on two
 # cores); then runs each fuzz target for a minute.
 set -euo pipefail
 cd "$(dirname "$0")/.."
