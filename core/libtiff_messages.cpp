@@ -8,21 +8,20 @@
 
 namespace {
 
-struct Recorded {
-  bool is_error;
-  std::string text;
-};
+using Recorded = tiffgate::LibtiffMessages::Message;
 
 // A malformed file can make libtiff complain once per strip; past this many
 // messages in one call the rest are counted, not kept.
 constexpr std::size_t kMaxRecorded = 64;
 
+// One record per thread: the threads of a whole-image read each capture
+// what libtiff says about their own handle.
 std::vector<Recorded>& record() {
-  static std::vector<Recorded> messages;
+  thread_local std::vector<Recorded> messages;
   return messages;
 }
 std::size_t& dropped() {
-  static std::size_t count = 0;
+  thread_local std::size_t count = 0;
   return count;
 }
 
@@ -63,3 +62,25 @@ void ZKTIFFcheckErrorAsWarning() {
   if (more > 0)
     zvWarning(tiffgate::kLibtiffWarningId, std::to_string(more) + " more libtiff messages were not kept");
 }
+
+namespace tiffgate {
+
+LibtiffMessages take_libtiff_messages() {
+  LibtiffMessages taken;
+  taken.kept.swap(record());
+  taken.dropped = dropped();
+  dropped() = 0;
+  return taken;
+}
+
+void add_libtiff_messages(LibtiffMessages&& messages) {
+  for (Recorded& m : messages.kept) {
+    if (record().size() >= kMaxRecorded)
+      ++dropped();
+    else
+      record().push_back(std::move(m));
+  }
+  dropped() += messages.dropped;
+}
+
+}  // namespace tiffgate

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <map>
+#include <string>
 
 typedef struct tiff TIFF;
 
@@ -27,6 +28,9 @@ TIFF* open_file(const zvArray* id);
 TIFF* open_file_or_null(const zvArray* id);
 /// The handle registered under an identifier value, or null.
 TIFF* registered_handle(std::uint64_t id);
+/// The mode string "open" opened a registered handle with; empty for any
+/// other handle.
+std::string open_mode(TIFF* handle);
 /// Closes a registered handle and forgets it.
 void close_file(TIFF* handle);
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <string>
 
 namespace tiffgate {
@@ -15,6 +16,20 @@ namespace tiffgate {
 FileRegistry& open_file_registry() {
   static FileRegistry registry;
   return registry;
+}
+
+namespace {
+/// The mode each open handle was opened with: a whole-image read opens the
+/// file again the same way (strip chopping depends on it).
+std::map<TIFF*, std::string>& open_modes() {
+  static std::map<TIFF*, std::string> modes;
+  return modes;
+}
+}  // namespace
+
+std::string open_mode(TIFF* handle) {
+  const auto it = open_modes().find(handle);
+  return it == open_modes().end() ? std::string() : it->second;
 }
 
 // Identifiers are not the handles' addresses, and every command checks them
@@ -75,6 +90,7 @@ void close_file(TIFF* handle) {
       break;
     }
   }
+  open_modes().erase(handle);
   TIFFClose(handle);
 }
 
@@ -89,6 +105,7 @@ void close_files_at_exit() {
   // The handles are dead now; forgetting them keeps a host that loads the
   // module again from closing them twice.
   registry.clear();
+  open_modes().clear();
 }
 
 void handle_open(zvArray* outputs[], int, const zvArray* operands[], TIFF*) {
@@ -105,6 +122,7 @@ void handle_open(zvArray* outputs[], int, const zvArray* operands[], TIFF*) {
   TIFF* handle = TIFFOpen(path.c_str(), mode.c_str());
   if (handle == nullptr) raise(Tiff::unableToOpenFile(name));
   outputs[0] = register_file(handle);
+  open_modes()[handle] = mode;
 }
 
 // Already closed or never ours: the dispatcher hands a null handle, and

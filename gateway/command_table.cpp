@@ -56,8 +56,9 @@ const std::vector<CommandEntry>& entry_table() {
   // functions (the Octave package's tiffgate_read and tiffgate_write).
   // Named so that nobody types them by accident; documented in README.md.
   static const std::vector<CommandEntry> table = {
-      // (id): the image of the current directory, L x W x S.
-      {"__readImage__", 1, 1, handle_read_image, FileOperand::open},
+      // (id [, threads [, region]]): the image of the current directory, or
+      // [first last first last] rows and columns of it, L x W x S.
+      {"__readImage__", 1, 3, handle_read_image, FileOperand::open},
       // (id, image, count): the first count chunks (Inf: all) cut from image.
       {"__writeImage__", 3, 3, handle_write_image, FileOperand::open},
   };

@@ -8,12 +8,20 @@
 #include "imagedata/chunks.h"
 #include "imagedata/commands.h"
 #include "imagedata/write_config.h"
+#include "core/libtiff_messages.h"
+#include "files/files.h"
 #include "tags/layout.h"
 
 #include <tiffio.h>
 
+#include <fcntl.h>  // O_RDONLY
+
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <exception>
+#include <string>
+#include <thread>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -106,30 +114,169 @@ std::size_t element_size(zvClassID cls) {
   }
 }
 
-/// Reads chunk (p, r, c) straight into its slot of the image. The part of
-/// the slot the chunk does not cover (a chunk cut short) is zeroed, so that
-/// no element of the image is left uninitialised.
-void read_into_slot(TIFF* tif, const Grid& grid, std::uint64_t p, std::uint64_t r, std::uint64_t c,
-                    zvClassID cls, unsigned char* image) {
-  const std::size_t es = element_size(cls);
-  const std::uint64_t r0 = r * grid.rows, c0 = c * grid.columns;
-  const std::uint64_t slot_rows = std::min(grid.rows, grid.L - r0);
-  const std::uint64_t slot_columns = std::min(grid.columns, grid.W - c0);
-  const std::uint64_t plane = grid.separate ? p : 0;
-  unsigned char* first = image + ((plane * grid.W + c0) * grid.L + r0) * es;
+/// The part of the image a read returns: rows [row0, row0 + rows) and
+/// columns [column0, column0 + columns).
+struct Region {
+  std::uint64_t row0, rows, column0, columns;
+};
+
+/// The region operand: empty for the whole image, else [first last first
+/// last] of rows and then columns, counted from 1 and inclusive, inside the
+/// image and not empty.
+Region region_of(const zvArray* operand, const Grid& grid) {
+  if (operand == nullptr || zvIsEmpty(operand)) return {0, grid.L, 0, grid.W};
+  if (zvGetClassID(operand) != zvDOUBLE_CLASS || zvGetNumberOfElements(operand) != 4)
+    raise(validate::argumentOutOfBounds());
+  const auto* v = static_cast<const double*>(zvGetData(operand));
+  for (int i = 0; i < 4; ++i)
+    if (!(v[i] >= 1 && v[i] == std::floor(v[i]) && v[i] <= (i < 2 ? grid.L : grid.W)))
+      raise(validate::argumentOutOfBounds());
+  if (v[1] < v[0] || v[3] < v[2]) raise(validate::argumentOutOfBounds());
+  const auto at = [&](int i) { return static_cast<std::uint64_t>(v[i]); };
+  return {at(0) - 1, at(1) - at(0) + 1, at(2) - 1, at(3) - at(2) + 1};
+}
+
+/// The threads operand: 0 or absent for one per processor.
+unsigned thread_count(const zvArray* operand) {
+  if (operand == nullptr) return std::max(1u, std::thread::hardware_concurrency());
+  if (zvGetClassID(operand) != zvDOUBLE_CLASS || zvGetNumberOfElements(operand) != 1)
+    raise(validate::argumentOutOfBounds());
+  const double x = zvGetScalar(operand);
+  if (!(x >= 0 && x == std::floor(x) && x <= 4096)) raise(validate::argumentOutOfBounds());
+  return x > 0 ? static_cast<unsigned>(x) : std::max(1u, std::thread::hardware_concurrency());
+}
+
+struct Slot {
+  std::uint64_t p, r, c;
+};
+
+/// The destination of a read: the region's L x W x S array.
+struct Target {
+  const Grid& grid;
+  const Region& region;
+  zvClassID cls;
+  std::size_t es;
+  unsigned char* image;
+};
+
+/// Reads chunk s into its part of the region. A chunk that begins inside
+/// the region goes straight into place; one that begins before it goes
+/// through `scratch` first. What the chunk does not cover (a chunk cut
+/// short) is zeroed, so that no element is left uninitialised.
+void read_slot(TIFF* tif, const Target& t, const Slot& s, std::vector<unsigned char>& scratch) {
+  const Grid& g = t.grid;
+  const Region& region = t.region;
+  const std::size_t es = t.es;
+  const std::uint64_t r0 = s.r * g.rows, c0 = s.c * g.columns;
+  // The chunk's part of the region, in image coordinates.
+  const std::uint64_t top = std::max(r0, region.row0), left = std::max(c0, region.column0);
+  const std::uint64_t bottom = std::min({r0 + g.rows, g.L, region.row0 + region.rows});
+  const std::uint64_t right = std::min({c0 + g.columns, g.W, region.column0 + region.columns});
+  const std::uint64_t column = region.rows, plane = region.rows * region.columns;
+  // Plane p of separate planes is sample p (p is 0 for contiguous data).
+  unsigned char* first = t.image + (s.p * plane + (left - region.column0) * column + (top - region.row0)) * es;
+
   ChunkDestination to;
-  to.data = first;
-  to.cls = cls;
-  to.rows = slot_rows;
-  to.columns = slot_columns;
-  to.samples = grid.samples();
-  to.column = grid.L;
-  to.plane = grid.W * grid.L;
-  const ChunkPlacement placed = read_chunk_into(tif, grid.chunk(p, r, c), to);
+  to.cls = t.cls;
+  to.rows = bottom - r0;
+  to.columns = right - c0;
+  to.samples = g.samples();
+  const bool direct = top == r0 && left == c0;
+  if (direct) {
+    to.data = first;
+    to.column = column;
+    to.plane = plane;
+  } else {
+    to.column = to.rows;
+    to.plane = to.rows * to.columns;
+    scratch.assign(to.plane * to.samples * es, 0);
+    to.data = scratch.data();
+  }
+  const ChunkPlacement placed = read_chunk_into(tif, g.chunk(s.p, s.r, s.c), to);
   // YCbCr has three planes of two sizes, which the read commands give.
   if (placed.outcome == ChunkOutcome::ycbcr) raise(Tiff::unsupportedYCbCrConfiguration());
-  for (std::uint64_t k = 0; k < grid.samples(); ++k)
-    zero_uncovered(first + k * to.plane * es, grid.L * es, es, slot_rows, slot_columns, placed.rows, placed.columns);
+  for (std::uint64_t k = 0; k < to.samples; ++k) {
+    unsigned char* out = first + k * plane * es;
+    if (direct) {
+      zero_uncovered(out, column * es, es, to.rows, to.columns, placed.rows, placed.columns);
+      continue;
+    }
+    const unsigned char* from = scratch.data() + (k * to.plane + (left - c0) * to.rows + (top - r0)) * es;
+    for (std::uint64_t j = 0; j < right - left; ++j)
+      std::memcpy(out + j * column * es, from + j * to.rows * es, (bottom - top) * es);
+  }
+}
+
+/// A second handle on tif's file, at the same directory and with the same
+/// chunks, for another thread; null when there can be none (a file open for
+/// writing, whose data may not be on disk yet, or one that reads otherwise).
+TIFF* second_handle(TIFF* tif, const ImageLayout& layout) {
+  const std::string mode = open_mode(tif);
+  if (mode.empty() || mode[0] != 'r' || TIFFGetMode(tif) != O_RDONLY) return nullptr;
+  TIFF* own = TIFFOpen(TIFFFileName(tif), mode.c_str());
+  if (own == nullptr) return nullptr;
+  const bool same = TIFFSetSubDirectory(own, TIFFCurrentDirOffset(tif)) && TIFFIsTiled(own) == TIFFIsTiled(tif) &&
+                    TIFFNumberOfStrips(own) == TIFFNumberOfStrips(tif) &&
+                    (TIFFIsTiled(tif) ? TIFFTileSize64(own) == TIFFTileSize64(tif)
+                                      : TIFFStripSize64(own) == TIFFStripSize64(tif)) &&
+                    (!is_log_luv(layout.photometric) || TIFFSetField(own, TIFFTAG_SGILOGDATAFMT, layout.sgiLogDataFmt));
+  if (!same) {
+    TIFFClose(own);
+    return nullptr;
+  }
+  return own;
+}
+
+/// Reads every slot, on up to `threads` threads: this one on tif, the others
+/// each on a handle of its own. Each chunk's libtiff messages are kept apart
+/// and passed on in chunk order, and the first chunk in that order that
+/// fails raises its error, as a read on one thread would.
+void read_slots(TIFF* tif, const ImageLayout& layout, const Target& t, const std::vector<Slot>& slots,
+                unsigned threads) {
+  std::vector<unsigned char> scratch;
+  if (threads <= 1 || slots.size() <= 1) {
+    for (const Slot& s : slots) read_slot(tif, t, s, scratch);
+    return;
+  }
+  struct Outcome {
+    LibtiffMessages messages;
+    std::exception_ptr error;
+  };
+  std::vector<Outcome> outcomes(slots.size());
+  std::atomic<std::size_t> next{0};
+  std::atomic<bool> failed{false};
+  const auto work = [&](TIFF* handle, std::vector<unsigned char>& buffer) {
+    for (std::size_t i; !failed && (i = next++) < slots.size();) {
+      try {
+        read_slot(handle, t, slots[i], buffer);
+      } catch (...) {
+        outcomes[i].error = std::current_exception();
+        failed = true;
+      }
+      outcomes[i].messages = take_libtiff_messages();
+    }
+  };
+  LibtiffMessages before = take_libtiff_messages();
+  std::vector<std::thread> workers;
+  const unsigned count = static_cast<unsigned>(std::min<std::size_t>(threads, slots.size()));
+  for (unsigned w = 1; w < count; ++w)
+    workers.emplace_back([&] {
+      // What libtiff says on opening was said when tif read the directory.
+      TIFF* own = second_handle(tif, layout);
+      take_libtiff_messages();
+      if (own == nullptr) return;
+      std::vector<unsigned char> buffer;
+      work(own, buffer);
+      TIFFClose(own);
+      take_libtiff_messages();
+    });
+  work(tif, scratch);
+  for (std::thread& w : workers) w.join();
+  add_libtiff_messages(std::move(before));
+  for (Outcome& o : outcomes) {
+    if (o.error) std::rethrow_exception(o.error);
+    add_libtiff_messages(std::move(o.messages));
+  }
 }
 
 /// The number of chunks to write: a whole number from 1, or Inf for all (0).
@@ -142,18 +289,25 @@ std::uint64_t chunk_limit(const zvArray* count) {
 
 }  // namespace
 
-// "__readImage__"(id): the image of the current directory, L x W x S in the
-// class the read commands give.
-void handle_read_image(zvArray* outputs[], int, const zvArray*[], TIFF* tif) {
+// "__readImage__"(id [, threads [, region]]): the image of the current
+// directory, or the region of it, L x W x S in the class the read commands
+// give, its chunks decoded on `threads` threads (0: one per processor).
+void handle_read_image(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif) {
   const ImageLayout layout = readImageLayout(tif);
   const zvClassID cls = image_class(layout);
   const Grid grid = grid_of(layout, layout.imageLength, layout.imageWidth, layout.samplesPerPixel);
-  const std::size_t dims[3] = {grid.L, grid.W, grid.S};
-  zvArray* image = zvCreateUninitNumericArray(3, dims, cls);
-  auto* data = static_cast<unsigned char*>(zvGetData(image));
+  const unsigned threads = thread_count(nOperands > 1 ? operands[1] : nullptr);
+  const Region region = region_of(nOperands > 2 ? operands[2] : nullptr, grid);
+  std::vector<Slot> slots;
   for (std::uint64_t p = 0; p < grid.planes(); ++p)
-    for (std::uint64_t r = 0; r < grid.down(); ++r)
-      for (std::uint64_t c = 0; c < grid.across(); ++c) read_into_slot(tif, grid, p, r, c, cls, data);
+    for (std::uint64_t r = region.row0 / grid.rows; r <= (region.row0 + region.rows - 1) / grid.rows; ++r)
+      for (std::uint64_t c = region.column0 / grid.columns; c <= (region.column0 + region.columns - 1) / grid.columns;
+           ++c)
+        slots.push_back({p, r, c});
+  const std::size_t dims[3] = {region.rows, region.columns, grid.S};
+  zvArray* image = zvCreateUninitNumericArray(3, dims, cls);
+  const Target target{grid, region, cls, element_size(cls), static_cast<unsigned char*>(zvGetData(image))};
+  read_slots(tif, layout, target, slots, threads);
   outputs[0] = image;
 }
 
