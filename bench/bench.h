@@ -55,6 +55,8 @@ void add_bytes_row(const std::string& section, const std::string& label, double 
 /// `body` runs the whole timing loop; `each` is called once per iteration.
 std::string once(const std::string& name, std::function<void(benchmark::State&)> body);
 std::string each(const std::string& name, std::function<void()> iteration);
+/// The same timed by the wall clock rather than the CPU, for work on threads.
+std::string each_wall(const std::string& name, std::function<void()> iteration);
 
 /// A directory for the generated files, removed at exit: $TIFFGATE_BENCH_DIR,
 /// else under /dev/shm (no disk writeback to disturb the timings), else /tmp.

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace tiffgate::bench {
@@ -50,13 +51,14 @@ struct Layout {
   std::size_t outputBytes;  ///< one chunk as a host array
 };
 
-Layout layout_of(const FileCase& f) {
+/// The layout of f's file; `size` for an image size other than the mode's.
+Layout layout_of(const FileCase& f, std::uint32_t size = 0) {
   const Mode& m = mode();
   Layout l{};
-  l.size = m.size;
-  l.chunkWidth = f.tiled ? m.tile : m.size;
+  l.size = size ? size : m.size;
+  l.chunkWidth = f.tiled ? m.tile : l.size;
   l.chunkLength = f.tiled ? m.tile : (f.rowsPerStrip ? f.rowsPerStrip : m.rowsPerStrip);
-  l.chunks = (m.size / l.chunkWidth) * (m.size / l.chunkLength);
+  l.chunks = (l.size / l.chunkWidth) * (l.size / l.chunkLength);
   const std::size_t pixels = std::size_t{l.chunkWidth} * l.chunkLength;
   l.chunkBytes = f.bits == 1 ? (std::size_t{l.chunkWidth} * f.samples + 7) / 8 * l.chunkLength
                              : pixels * f.samples * (f.bits / 8);
@@ -145,8 +147,7 @@ std::string file_path(const FileCase& f, std::uint16_t compression, const char* 
 }
 
 /// Writes the file the read benchmarks read, with libtiff alone.
-void generate(const FileCase& f, std::uint16_t compression, const std::string& path) {
-  const Layout l = layout_of(f);
+void generate(const FileCase& f, std::uint16_t compression, const std::string& path, const Layout& l) {
   TIFF* tif = TIFFOpen(path.c_str(), "w");
   if (tif == nullptr) fail("cannot create " + path);
   set_tags(tif, f, l, compression);
@@ -205,7 +206,7 @@ void check(const embedded::CallResult& result, const char* what) {
 void read_rows(const FileCase& f, std::uint16_t compression) {
   const Layout l = layout_of(f);
   const std::string path = file_path(f, compression, "");
-  generate(f, compression, path);
+  generate(f, compression, path, l);
   const std::string key = std::string("file/read/") + f.name + (compression == COMPRESSION_NONE ? "/none" : "/deflate");
 
   auto file = std::make_shared<OpenFile>(path);
@@ -252,6 +253,92 @@ void read_rows(const FileCase& f, std::uint16_t compression) {
   const std::string label = std::string(f.name) + (compression == COMPRESSION_NONE ? ", none" : ", Deflate");
   add_row("whole-file reads through the embedded host: ratio to libtiff alone", label, through, floor, target,
           copied);
+
+  // As a script reads: each output kept until the next has been made. The
+  // floor makes a new array for each chunk the same way.
+  const std::size_t outputBytes = l.outputBytes;
+  const std::string fresh = each(key + "/libtiff+new-array", [=] {
+    std::unique_ptr<unsigned char[]> previous;
+    for (std::uint32_t i = 0; i < chunks; ++i) {
+      const tmsize_t got = tiled ? TIFFReadEncodedTile(file->tif, i, buffer->data(), -1)
+                                 : TIFFReadEncodedStrip(file->tif, i, buffer->data(), -1);
+      benchmark::DoNotOptimize(got);
+      std::unique_ptr<unsigned char[]> out(new unsigned char[outputBytes]);
+      std::memcpy(out.get(), expanded->empty() ? buffer->data() : expanded->data(), outputBytes);
+      benchmark::DoNotOptimize(out.get());
+      previous = std::move(out);
+    }
+  });
+  const std::string kept = each(key + "/host-kept", [host, inputs, chunks] {
+    embedded::CallResult previous;
+    for (std::uint32_t i = 0; i < chunks; ++i) {
+      *(*inputs)[2].data_as<double>() = i;
+      embedded::CallResult result = embedded::call_inputs(*inputs);
+      benchmark::DoNotOptimize(result.outputs.data());
+      previous = std::move(result);
+    }
+  });
+  add_row("chunk reads, each output kept until the next is made: ratio to libtiff + a new array per chunk", label,
+          kept, fresh, compression == COMPRESSION_NONE ? 2 : 1.15);
+}
+
+/// The whole image of a file at least 4096 pixels square through
+/// "__readImage__" on 1, 2 and every processor's threads, against libtiff
+/// alone filling one new image buffer on one thread; and a region of a
+/// thirty-second of each side against the whole image. (Smaller images
+/// would fit the caches, which a whole image a user reads does not.)
+void whole_image_rows(const FileCase& f, std::uint16_t compression) {
+  const Layout l = layout_of(f, std::max(mode().size, 4096u));
+  const std::string path = file_path(f, compression, "-whole");
+  generate(f, compression, path, l);
+  const std::string key = std::string("image/read/") + f.name + (compression == COMPRESSION_NONE ? "/none" : "/deflate");
+  const std::string label = std::string(f.name) + (compression == COMPRESSION_NONE ? ", none" : ", Deflate");
+  const char* section = "whole-image reads (__readImage__), wall time: ratio to libtiff alone on one thread";
+
+  auto file = std::make_shared<OpenFile>(path);
+  const bool tiled = f.tiled;
+  const std::uint32_t chunks = l.chunks;
+  const std::size_t chunkBytes = l.chunkBytes;
+  const std::string floor = each_wall(key + "/libtiff", [=] {
+    std::unique_ptr<unsigned char[]> image(new unsigned char[chunkBytes * chunks]);
+    for (std::uint32_t i = 0; i < chunks; ++i) {
+      const tmsize_t got = tiled ? TIFFReadEncodedTile(file->tif, i, image.get() + i * chunkBytes, -1)
+                                 : TIFFReadEncodedStrip(file->tif, i, image.get() + i * chunkBytes, -1);
+      benchmark::DoNotOptimize(got);
+    }
+    benchmark::DoNotOptimize(image.get());
+  });
+  auto host = std::make_shared<HostFile>(path, "r");
+  const unsigned processors = std::max(1u, std::thread::hardware_concurrency());
+  std::vector<unsigned> counts = {1, 2};
+  if (processors > 2) counts.push_back(processors);
+  std::string one;
+  for (const unsigned threads : counts) {
+    const std::string name = key + "/host/threads:" + std::to_string(threads);
+    each_wall(name, [host, threads] {
+      const embedded::CallResult r = embedded::call("__readImage__", {host->id, Array::scalar(threads)});
+      check(r, "__readImage__");
+      benchmark::DoNotOptimize(r.outputs.data());
+    });
+    if (threads == 1) one = name;
+    // The targets hold for this machine's processors, two or more.
+    const double target = threads < std::min(processors, 2u) || processors < 2 ? 0
+                          : compression == COMPRESSION_NONE                ? 1.2
+                                                                           : 0.65;
+    add_row(section, label + ", " + std::to_string(threads) + (threads == 1 ? " thread" : " threads"), name, floor,
+            target);
+  }
+  if (!tiled) return;
+  // A region a thirty-second of each side, off the tile grid: at most four tiles.
+  const double side = l.size / 32, first = l.size / 2 + 17;
+  const Array region = Array::row({first, first + side - 1, first, first + side - 1});
+  const std::string part = each_wall(key + "/host/region", [host, region] {
+    const embedded::CallResult r = embedded::call("__readImage__", {host->id, Array::scalar(1), region});
+    check(r, "__readImage__ region");
+    benchmark::DoNotOptimize(r.outputs.data());
+  });
+  add_row("a region of a thirty-second of each side: ratio to the whole image, one thread each", label, part, one,
+          0.02);
 }
 
 void write_rows(const FileCase& f, std::uint16_t compression) {
@@ -316,6 +403,9 @@ const FileCase kCases[] = {
     {"1-bit strips", 1, 1, PHOTOMETRIC_MINISBLACK, SAMPLEFORMAT_UINT, false, 0, zvLOGICAL_CLASS},
     {"float RGB tiles", 32, 3, PHOTOMETRIC_RGB, SAMPLEFORMAT_IEEEFP, true, 0, zvSINGLE_CLASS},
 };
+// Strips of 64 rows, as the files whole-image reads are measured on.
+const FileCase kWholeStrips = {"RGB 8-bit 64-row strips", 8, 3, PHOTOMETRIC_RGB, SAMPLEFORMAT_UINT, false, 64,
+                               zvUINT8_CLASS};
 // Libtiff's default strip for a wide RGB image: one row, so one call per row.
 const FileCase kOneRow = {"RGB 8-bit one-row strips", 8, 3, PHOTOMETRIC_RGB, SAMPLEFORMAT_UINT, false, 1,
                           zvUINT8_CLASS};
@@ -326,6 +416,10 @@ void register_file_benchmarks() {
   for (std::uint16_t compression : {COMPRESSION_NONE, COMPRESSION_ADOBE_DEFLATE})
     for (const FileCase& f : kCases) read_rows(f, compression);
   read_rows(kOneRow, COMPRESSION_NONE);
+  for (std::uint16_t compression : {COMPRESSION_NONE, COMPRESSION_ADOBE_DEFLATE}) {
+    whole_image_rows(kWholeStrips, compression);
+    whole_image_rows(kCases[1], compression);
+  }
   for (std::uint16_t compression : {COMPRESSION_NONE, COMPRESSION_ADOBE_DEFLATE})
     for (const FileCase& f : kCases) write_rows(f, compression);
 }

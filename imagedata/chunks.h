@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace tiffgate {
 
@@ -41,9 +42,11 @@ struct ChunkPlacement {
 zvClassID image_class(const ImageLayout& layout);
 
 /// Reads strip or tile `chunk` of tif into `destination`, keeping the
-/// chunk's rows and columns that lie inside the image and the destination.
-/// Raises what the read command raises.
-ChunkPlacement read_chunk_into(TIFF* tif, std::uint32_t chunk, const ChunkDestination& destination);
+/// chunk's rows and columns that lie inside the image and the destination,
+/// through a chunk buffer kept in `storage` from chunk to chunk. Raises
+/// what the read command raises.
+ChunkPlacement read_chunk_into(TIFF* tif, std::uint32_t chunk, const ChunkDestination& destination,
+                               std::vector<unsigned char>& storage);
 
 /// Writes strip or tile `chunk` of tif from `image`, as the write command
 /// would, warnings included.

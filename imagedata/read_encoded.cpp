@@ -159,7 +159,7 @@ void store_chunk(zvArray* outputs[], const ImageLayout& layout, zvClassID cls,
 /// tif; then store(layout, cls, chunk, rows, columns) with the chunk's part
 /// inside the image.
 template <class ChunkNumber, class Store>
-void read_strip(TIFF* tif, ChunkNumber strip_number, Store store) {
+void read_strip(TIFF* tif, ChunkNumber strip_number, Store store, std::vector<unsigned char>* storage = nullptr) {
   const ImageLayout layout = readImageLayout(tif);
   check_read_configuration(layout);
   if (TIFFIsTiled(tif)) raise(Tiff::strippedOperationOnTiledImage());
@@ -173,12 +173,12 @@ void read_strip(TIFF* tif, ChunkNumber strip_number, Store store) {
 
   const tmsize_t size = TIFFStripSize(tif);
   check_chunk_fits(strip, size, layout);
-  // Zeroed: what a short or failed decode leaves unwritten comes out as zero.
-  const ChunkBuffer chunk(size, true);
+  // What a short or failed decode leaves unwritten comes out as zero.
+  const ChunkBuffer chunk = storage ? ChunkBuffer(size, *storage) : ChunkBuffer(size, true);
   // The buffer's size rather than -1: the same for every consistent file,
   // and libtiff then never writes past the buffer when its strip sizes
   // disagree (an overflowing full strip size reads back as 0).
-  const tmsize_t got = TIFFReadEncodedStrip(tif, strip, chunk.data(), static_cast<tmsize_t>(chunk.size()));
+  const tmsize_t got = chunk.decode([&](void* data, tmsize_t bytes) { return TIFFReadEncodedStrip(tif, strip, data, bytes); });
   // Signed: a failed read (-1) passes, and libtiff's message becomes a warning.
   if (size < got) raise(Tiff::tooManyBytes(Int{strip}, Int{size}, Int{got}));
 
@@ -195,7 +195,7 @@ void read_strip(TIFF* tif, ChunkNumber strip_number, Store store) {
 
 /// The same for a tile.
 template <class ChunkNumber, class Store>
-void read_tile(TIFF* tif, ChunkNumber tile_number, Store store) {
+void read_tile(TIFF* tif, ChunkNumber tile_number, Store store, std::vector<unsigned char>* storage = nullptr) {
   const ImageLayout layout = readImageLayout(tif);
   check_read_configuration(layout);
   if (!TIFFIsTiled(tif)) raise(Tiff::tiledOperationOnStrippedImage());
@@ -207,10 +207,10 @@ void read_tile(TIFF* tif, ChunkNumber tile_number, Store store) {
   if (tile >= tiles) raise(Tiff::badTileNumber(tiles));
 
   check_chunk_fits(tile, size, layout);
-  const ChunkBuffer chunk(size, true);
+  const ChunkBuffer chunk = storage ? ChunkBuffer(size, *storage) : ChunkBuffer(size, true);
   // The result is not examined: a failed decode leaves zeros, and libtiff's
   // message becomes a warning.
-  TIFFReadEncodedTile(tif, tile, chunk.data(), static_cast<tmsize_t>(chunk.size()));
+  chunk.decode([&](void* data, tmsize_t bytes) { return TIFFReadEncodedTile(tif, tile, data, bytes); });
 
   // Tile rows and columns from libtiff's own numbering; the divisors are
   // kept from zero for directories whose counts make no sense.
@@ -265,13 +265,14 @@ zvClassID image_class(const ImageLayout& layout) {
   return sample_class(layout);
 }
 
-ChunkPlacement read_chunk_into(TIFF* tif, std::uint32_t chunk, const ChunkDestination& destination) {
+ChunkPlacement read_chunk_into(TIFF* tif, std::uint32_t chunk, const ChunkDestination& destination,
+                               std::vector<unsigned char>& storage) {
   ChunkPlacement placement;
   const auto store = [&](auto&&... args) { placement = store_into(destination, args...); };
   if (TIFFIsTiled(tif))
-    read_tile(tif, [chunk] { return chunk; }, store);
+    read_tile(tif, [chunk] { return chunk; }, store, &storage);
   else
-    read_strip(tif, [chunk] { return chunk; }, store);
+    read_strip(tif, [chunk] { return chunk; }, store, &storage);
   return placement;
 }
 

@@ -161,9 +161,15 @@ struct Target {
 
 /// Reads chunk s into its part of the region. A chunk that begins inside
 /// the region goes straight into place; one that begins before it goes
-/// through `scratch` first. What the chunk does not cover (a chunk cut
+/// through buffers.part first. What the chunk does not cover (a chunk cut
 /// short) is zeroed, so that no element is left uninitialised.
-void read_slot(TIFF* tif, const Target& t, const Slot& s, std::vector<unsigned char>& scratch) {
+/// What one thread reads through: the chunk buffer, and the chunk's part
+/// for a chunk that begins before the region.
+struct Buffers {
+  std::vector<unsigned char> chunk, part;
+};
+
+void read_slot(TIFF* tif, const Target& t, const Slot& s, Buffers& buffers) {
   const Grid& g = t.grid;
   const Region& region = t.region;
   const std::size_t es = t.es;
@@ -189,10 +195,10 @@ void read_slot(TIFF* tif, const Target& t, const Slot& s, std::vector<unsigned c
   } else {
     to.column = to.rows;
     to.plane = to.rows * to.columns;
-    scratch.assign(to.plane * to.samples * es, 0);
-    to.data = scratch.data();
+    buffers.part.assign(to.plane * to.samples * es, 0);
+    to.data = buffers.part.data();
   }
-  const ChunkPlacement placed = read_chunk_into(tif, g.chunk(s.p, s.r, s.c), to);
+  const ChunkPlacement placed = read_chunk_into(tif, g.chunk(s.p, s.r, s.c), to, buffers.chunk);
   // YCbCr has three planes of two sizes, which the read commands give.
   if (placed.outcome == ChunkOutcome::ycbcr) raise(Tiff::unsupportedYCbCrConfiguration());
   for (std::uint64_t k = 0; k < to.samples; ++k) {
@@ -201,7 +207,7 @@ void read_slot(TIFF* tif, const Target& t, const Slot& s, std::vector<unsigned c
       zero_uncovered(out, column * es, es, to.rows, to.columns, placed.rows, placed.columns);
       continue;
     }
-    const unsigned char* from = scratch.data() + (k * to.plane + (left - c0) * to.rows + (top - r0)) * es;
+    const unsigned char* from = buffers.part.data() + (k * to.plane + (left - c0) * to.rows + (top - r0)) * es;
     for (std::uint64_t j = 0; j < right - left; ++j)
       std::memcpy(out + j * column * es, from + j * to.rows * es, (bottom - top) * es);
   }
@@ -233,9 +239,9 @@ TIFF* second_handle(TIFF* tif, const ImageLayout& layout) {
 /// fails raises its error, as a read on one thread would.
 void read_slots(TIFF* tif, const ImageLayout& layout, const Target& t, const std::vector<Slot>& slots,
                 unsigned threads) {
-  std::vector<unsigned char> scratch;
+  Buffers buffers;
   if (threads <= 1 || slots.size() <= 1) {
-    for (const Slot& s : slots) read_slot(tif, t, s, scratch);
+    for (const Slot& s : slots) read_slot(tif, t, s, buffers);
     return;
   }
   struct Outcome {
@@ -245,10 +251,10 @@ void read_slots(TIFF* tif, const ImageLayout& layout, const Target& t, const std
   std::vector<Outcome> outcomes(slots.size());
   std::atomic<std::size_t> next{0};
   std::atomic<bool> failed{false};
-  const auto work = [&](TIFF* handle, std::vector<unsigned char>& buffer) {
+  const auto work = [&](TIFF* handle, Buffers& own_buffers) {
     for (std::size_t i; !failed && (i = next++) < slots.size();) {
       try {
-        read_slot(handle, t, slots[i], buffer);
+        read_slot(handle, t, slots[i], own_buffers);
       } catch (...) {
         outcomes[i].error = std::current_exception();
         failed = true;
@@ -265,12 +271,12 @@ void read_slots(TIFF* tif, const ImageLayout& layout, const Target& t, const std
       TIFF* own = second_handle(tif, layout);
       take_libtiff_messages();
       if (own == nullptr) return;
-      std::vector<unsigned char> buffer;
-      work(own, buffer);
+      Buffers own_buffers;
+      work(own, own_buffers);
       TIFFClose(own);
       take_libtiff_messages();
     });
-  work(tif, scratch);
+  work(tif, buffers);
   for (std::thread& w : workers) w.join();
   add_libtiff_messages(std::move(before));
   for (Outcome& o : outcomes) {

@@ -7,6 +7,8 @@
 #include <new>
 #include <stdexcept>
 
+#include <sys/mman.h>  // madvise
+
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/asan_interface.h>  // ASAN_POISON_MEMORY_REGION
 #endif
@@ -67,6 +69,11 @@ zvArray::zvArray(zvClassID cls, Dims dims, bool zero) : cls_(cls), dims_(std::mo
   if (cls_ == zvCELL_CLASS) cells_.resize(numel_);
 }
 
+namespace {
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
+constexpr std::size_t kHugeArray = std::size_t{4} << 20;
+}  // namespace
+
 void zvArray::allocate(bool zero) {
   const std::size_t size = tiffgate::embedded::element_size(cls_);
   if (size == 0 || numel_ == 0) return;
@@ -78,6 +85,16 @@ void zvArray::allocate(bool zero) {
   void* p = nullptr;
   if (bytes < 64) {
     p = std::malloc(bytes);
+  } else if (bytes >= kHugeArray) {
+    // A whole image: on huge pages where the system grants them, a page
+    // fault for every 2 MB instead of every 4 KB when it is first written
+    // (for a 48 MB image, a third of the time of a threaded read).
+    const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
+    p = std::aligned_alloc(kHugePage, rounded);
+    if (p != nullptr) madvise(p, rounded, MADV_HUGEPAGE);
+#if defined(__SANITIZE_ADDRESS__)
+    if (p != nullptr) ASAN_POISON_MEMORY_REGION(static_cast<unsigned char*>(p) + bytes, rounded - bytes);
+#endif
   } else {
     const std::size_t rounded = (bytes + 63) / 64 * 64;
     p = std::aligned_alloc(64, rounded);

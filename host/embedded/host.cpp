@@ -5,6 +5,8 @@
 #include "core/host.h"
 #include "core/msgid.h"
 
+#include <malloc.h>  // mallopt
+
 #include <algorithm>
 #include <cstdlib>
 #include <new>
@@ -28,7 +30,16 @@ struct HostState {
 };
 
 HostState& state() {
-  static HostState s;
+  static HostState s = [] {
+    // A script reads strip after strip into arrays of one size, each freed
+    // while or after the next is made. glibc would give each from freshly
+    // mapped pages, or grow the heap and trim it again every time: arrays
+    // up to 32 MB come from the heap, and up to 64 MB freed at its top stay
+    // for the next array instead of going back to the system.
+    mallopt(M_MMAP_THRESHOLD, 32 << 20);
+    mallopt(M_TRIM_THRESHOLD, 64 << 20);
+    return HostState{};
+  }();
   return s;
 }
 

@@ -17,6 +17,7 @@
 #include <octave/oct-map.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -25,6 +26,8 @@
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+
+#include <sys/mman.h>  // madvise
 
 using tiffgate::octave_host::arena;
 using tiffgate::octave_host::ArrayData;
@@ -36,10 +39,18 @@ namespace {
 /// Allocated with the allocator Array<T> releases with, and not constructed
 /// element by element as Array's own constructors do: that would touch every
 /// page of an image the module is about to fill anyway.
+///
+/// A whole image is put on huge pages where the system grants them: a page
+/// fault for every 2 MB instead of every 4 KB when the module first writes
+/// it (for a 48 MB image, a third of the time of a threaded read).
 template <class T>
 ArrayData make_array(const dim_vector& dims, bool zero) {
   const auto n = static_cast<std::size_t>(dims.numel());
   T* data = std::allocator<T>().allocate(n);
+  constexpr std::uintptr_t kHugePage = std::uintptr_t{2} << 20;
+  const auto start = reinterpret_cast<std::uintptr_t>(data), end = start + n * sizeof(T);
+  const std::uintptr_t first = (start + kHugePage - 1) & ~(kHugePage - 1), last = end & ~(kHugePage - 1);
+  if (last > first && last - first >= 2 * kHugePage) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
   if (zero && n > 0) std::memset(static_cast<void*>(data), 0, n * sizeof(T));
   return Array<T>(data, dims);
 }

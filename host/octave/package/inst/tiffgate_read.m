@@ -3,6 +3,8 @@ function varargout = tiffgate_read (file, varargin)
   ## IMG = tiffgate_read (FILE, DIR)
   ## [Y, CB, CR] = tiffgate_read (FILE, DIR)
   ## IMG = tiffgate_read (..., "rgba")
+  ## IMG = tiffgate_read (..., "Region", {ROWS, COLS})
+  ## IMG = tiffgate_read (..., "Threads", N)
   ##
   ## Reads the whole image of directory DIR (counted from 1, default 1) of
   ## the TIFF file FILE, assembled from its strips or tiles.
@@ -23,6 +25,14 @@ function varargout = tiffgate_read (file, varargin)
   ## conversion, whatever its photometric interpretation, and IMG is the
   ## M x N x 4 uint8 image (red, green, blue, alpha) in top-down row order.
   ##
+  ## "Region", {ROWS, COLS} reads only rows ROWS(1) to ROWS(2) and columns
+  ## COLS(1) to COLS(2) (counted from 1, inclusive): IMG is that part of the
+  ## image, and only the strips or tiles that meet it are decoded.
+  ##
+  ## The strips or tiles of the image are decoded on "Threads", N threads
+  ## (default: one per processor, at most one per strip or tile); the image
+  ## is the same whatever N.
+  ##
   ## Errors from the module keep their identifiers, for example
   ## Quarn:imagesci:Tiff:unableToOpenFile or
   ## Quarn:imagesci:Tiff:unableToChangeDir for a directory past the last.
@@ -31,30 +41,34 @@ function varargout = tiffgate_read (file, varargin)
   ##   img = tiffgate_read ("photo.tif");
   ##   page2 = tiffgate_read ("scan.tif", 2);
   ##   [y, cb, cr] = tiffgate_read ("video.tif");
+  ##   corner = tiffgate_read ("big.tif", "Region", {[1 256], [1 256]});
   ##
   ## See also: tiffgate_info, tiffgate_write, tiffgate.
 
-  if (nargin < 1 || nargin > 3)
+  if (nargin < 1)
     print_usage ();
   endif
   if (! ischar (file) || ! (isrow (file) || isempty (file)))
     error ("tiffgate:read:badFile", "tiffgate_read: FILE must be a file name");
   endif
-  [dir, rgba] = parse_arguments (varargin);
-  if (nargout > 1 && (rgba || nargout != 3))
+  [dir, rgba, region, threads] = parse_arguments (varargin);
+  if (nargout > 1 && (rgba || nargout != 3 || ! isempty (region)))
     error ("tiffgate:read:outputs",
-           "tiffgate_read: give one output, or three for the Y, Cb and Cr planes");
+           "tiffgate_read: give one output, or three for the Y, Cb and Cr planes of a whole image");
   endif
 
   id = tiffgate ("open", file, "r");
   closer = onCleanup (@() tiffgate ("close", id));
   tiffgate ("setDirectory", id, dir - 1);
 
+  meta = tiffgate ("retrieveMetadata", id);
+  if (! isempty (region))
+    region = check_region (region, meta);
+  endif
   if (rgba)
-    varargout{1} = read_rgba (id);
+    varargout{1} = cut (read_rgba (id), region);
     return;
   endif
-  meta = tiffgate ("retrieveMetadata", id);
   if (meta.ImageDepth > 1)
     error ("tiffgate:read:volume",
            "tiffgate_read: directory %d is a volume (ImageDepth %d), which is not read as one image",
@@ -68,31 +82,80 @@ function varargout = tiffgate_read (file, varargin)
     if (nargout == 3)
       [varargout{1:3}] = read_ycbcr (id, meta);
     else
-      rgba = read_rgba (id);
+      rgba = cut (read_rgba (id), region);
       varargout{1} = rgba(:, :, 1:3);
     endif
   elseif (nargout == 3)
     error ("tiffgate:read:notYCbCr",
            "tiffgate_read: directory %d is not YCbCr; read it with one output", dir);
   else
-    varargout{1} = read_samples (id, meta);
+    chunk_layout (meta);  # a directory whose chunks have no size is refused here
+    varargout{1} = tiffgate ("__readImage__", id, threads, region);
   endif
 endfunction
 
-function [dir, rgba] = parse_arguments (args)
+function [dir, rgba, region, threads] = parse_arguments (args)
   dir = 1;
   rgba = false;
-  for k = 1:numel (args)
+  region = [];
+  threads = 0;
+  k = 1;
+  while (k <= numel (args))
     a = args{k};
     if (ischar (a) && strcmpi (a, "rgba"))
       rgba = true;
+    elseif (ischar (a) && any (strcmpi (a, {"Region", "Threads"})))
+      if (k == numel (args))
+        error ("tiffgate:read:badArgument", "tiffgate_read: option \"%s\" needs a value", a);
+      endif
+      k++;
+      if (strcmpi (a, "Region"))
+        region = args{k};
+        if (! (iscell (region) && numel (region) == 2))
+          error ("tiffgate:read:region", "tiffgate_read: \"Region\" must be {ROWS, COLS}, each [FIRST LAST]");
+        endif
+      else
+        threads = args{k};
+        if (! (isnumeric (threads) && isscalar (threads) && isreal (threads) && threads == fix (threads)
+               && threads >= 1 && threads <= 4096))
+          error ("tiffgate:read:threads", "tiffgate_read: \"Threads\" must be a whole number from 1");
+        endif
+        threads = double (threads);
+      endif
     elseif (isnumeric (a) && isscalar (a) && isreal (a) && a == fix (a) && a >= 1 && a <= 65536)
       dir = double (a);
     else
       error ("tiffgate:read:badArgument",
-             "tiffgate_read: DIR must be a directory number from 1, and the only option is \"rgba\"");
+             "tiffgate_read: DIR must be a directory number from 1; the options are \"rgba\", \"Region\" and \"Threads\"");
     endif
+    k++;
+  endwhile
+endfunction
+
+## {ROWS, COLS} as [first last first last], inside the image and not empty.
+function r = check_region (region, meta)
+  r = zeros (1, 4);
+  extent = [meta.ImageLength, meta.ImageWidth];
+  names = {"rows", "columns"};
+  for d = 1:2
+    v = region{d};
+    if (! (isnumeric (v) && isreal (v) && numel (v) == 2 && all (v == fix (v))))
+      error ("tiffgate:read:region", "tiffgate_read: \"Region\" must be {ROWS, COLS}, each [FIRST LAST]");
+    endif
+    if (v(1) < 1 || v(2) < v(1) || v(2) > extent(d))
+      error ("tiffgate:read:region",
+             "tiffgate_read: region %s [%d %d] are not within 1 to %d, first to last",
+             names{d}, v(1), v(2), extent(d));
+    endif
+    r(2*d-1:2*d) = double (v(:)');
   endfor
+endfunction
+
+## The region of an image read whole.
+function img = cut (img, region)
+  if (! isempty (region))
+    img = img(region(1):region(2), region(3):region(4), :);
+  endif
 endfunction
 
 ## libtiff's RGBA raster is 4 x width x length with the bottom row first.
@@ -100,17 +163,6 @@ function img = read_rgba (id)
   raster = tiffgate ("readRGBAImage", id);
   img = permute (raster, [3 2 1]);
   img = img(end:-1:1, :, :);
-endfunction
-
-## Every strip or tile of every plane, put where it belongs. The module cuts
-## the last strip and the edge tiles to the image; its whole-image entry
-## clips rows and columns as well, so that a file whose chunk count
-## disagrees with its size cannot make the image grow. It reads each chunk
-## with the module's own read command and places it straight into the
-## image, which is allocated once.
-function img = read_samples (id, meta)
-  chunk_layout (meta);  # a directory whose chunks have no size is refused here
-  img = tiffgate ("__readImage__", id);
 endfunction
 
 ## Y, Cb and Cr of a contiguous YCbCr directory. Chunks start on multiples
