@@ -3,7 +3,9 @@
 #include "core/text.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <stdexcept>
 
@@ -70,41 +72,54 @@ zvArray::zvArray(zvClassID cls, Dims dims, bool zero) : cls_(cls), dims_(std::mo
 }
 
 namespace {
+
+constexpr std::size_t kLine = 64;
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
 constexpr std::size_t kHugeArray = std::size_t{4} << 20;
+
+/// `bytes` starting on a multiple of `alignment`, from plain malloc with the
+/// block's own address stored just before them (see FreeDeleter). Not
+/// aligned_alloc: glibc splits what is left over around an aligned block,
+/// and arrays of one size made and freed in turn, as a script reading strip
+/// after strip makes them, then grow the heap instead of reusing it.
+void* aligned_block(std::size_t bytes, std::size_t alignment) {
+  const std::size_t extra = alignment + sizeof(void*);
+  if (bytes > SIZE_MAX - extra) throw std::bad_alloc();
+  void* raw = std::malloc(bytes + extra);
+  if (raw == nullptr) throw std::bad_alloc();
+  const auto first = (reinterpret_cast<std::uintptr_t>(raw) + sizeof(void*) + alignment - 1) & ~(alignment - 1);
+  auto* p = reinterpret_cast<unsigned char*>(first);
+  std::memcpy(p - sizeof(void*), &raw, sizeof(void*));
+#if defined(__SANITIZE_ADDRESS__)
+  // The slack around the array is not array: an access past either end
+  // must still be caught by the sanitizer build.
+  ASAN_POISON_MEMORY_REGION(raw, static_cast<std::size_t>(p - sizeof(void*) - static_cast<unsigned char*>(raw)));
+  ASAN_POISON_MEMORY_REGION(p + bytes, static_cast<unsigned char*>(raw) + bytes + extra - (p + bytes));
+#endif
+  return p;
+}
+
 }  // namespace
+
+void zvArray::FreeDeleter::operator()(void* p) const noexcept {
+  void* raw;
+  std::memcpy(&raw, static_cast<unsigned char*>(p) - sizeof(void*), sizeof(void*));
+  std::free(raw);
+}
 
 void zvArray::allocate(bool zero) {
   const std::size_t size = tiffgate::embedded::element_size(cls_);
   if (size == 0 || numel_ == 0) return;
   if (numel_ > SIZE_MAX / size) throw std::bad_alloc();
   const std::size_t bytes = numel_ * size;
-  // Arrays of a cache line or more start on one, so that the copy kernels'
-  // column segments do not straddle lines needlessly; a scalar takes plain
-  // malloc, several times cheaper than an aligned allocation.
-  void* p = nullptr;
-  if (bytes < 64) {
-    p = std::malloc(bytes);
-  } else if (bytes >= kHugeArray) {
-    // A whole image: on huge pages where the system grants them, a page
-    // fault for every 2 MB instead of every 4 KB when it is first written
-    // (for a 48 MB image, a third of the time of a threaded read).
-    const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
-    p = std::aligned_alloc(kHugePage, rounded);
-    if (p != nullptr) madvise(p, rounded, MADV_HUGEPAGE);
-#if defined(__SANITIZE_ADDRESS__)
-    if (p != nullptr) ASAN_POISON_MEMORY_REGION(static_cast<unsigned char*>(p) + bytes, rounded - bytes);
-#endif
-  } else {
-    const std::size_t rounded = (bytes + 63) / 64 * 64;
-    p = std::aligned_alloc(64, rounded);
-#if defined(__SANITIZE_ADDRESS__)
-    // The rounding is padding, not array: a read past the array's end must
-    // still be caught by the sanitizer build.
-    if (p != nullptr) ASAN_POISON_MEMORY_REGION(static_cast<unsigned char*>(p) + bytes, rounded - bytes);
-#endif
-  }
-  if (p == nullptr) throw std::bad_alloc();
+  // Arrays start on a cache line, so that the copy kernels' column segments
+  // do not straddle lines needlessly. A whole image starts on a huge page
+  // and asks for them where the system grants them: a page fault for every
+  // 2 MB instead of every 4 KB when it is first written (for a 48 MB image,
+  // a third of the time of a threaded read).
+  const bool huge = bytes >= kHugeArray;
+  void* p = aligned_block(bytes, huge ? kHugePage : kLine);
+  if (huge) madvise(p, bytes / kHugePage * kHugePage, MADV_HUGEPAGE);
   if (zero) std::memset(p, 0, bytes);
   data_.reset(static_cast<unsigned char*>(p));
 }

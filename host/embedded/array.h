@@ -96,8 +96,9 @@ struct zvArray {
   void set_field_names(std::vector<std::string> names);
 
  private:
+  /// Frees a block of aligned_block (array.cpp).
   struct FreeDeleter {
-    void operator()(void* p) const noexcept { std::free(p); }
+    void operator()(void* p) const noexcept;
   };
   void allocate(bool zero);
 
