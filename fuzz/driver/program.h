@@ -80,7 +80,7 @@ inline constexpr Signature kSignatures[] = {
     {"writeDirectory", {R::Id}},
     {"writeEncodedStrip", {R::Id, R::Number, R::Image, R::Image, R::Image}},
     {"writeEncodedTile", {R::Id, R::Number, R::Image, R::Image, R::Image}},
-    {"__readImage__", {R::Id}},
+    {"__readImage__", {R::Id, R::Number, R::Value}},
     {"__writeImage__", {R::Id, R::Image, R::Number}},
 };
 
