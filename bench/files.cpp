@@ -14,8 +14,12 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <string>
 #include <thread>
+#include <utility>
+
+#include <sys/mman.h>  // madvise
 #include <vector>
 
 namespace tiffgate::bench {
@@ -254,8 +258,31 @@ void read_rows(const FileCase& f, std::uint16_t compression) {
   add_row("whole-file reads through the embedded host: ratio to libtiff alone", label, through, floor, target,
           copied);
 
-  // As a script reads: each output kept until the next has been made. The
-  // floor makes a new array for each chunk the same way.
+}
+
+/// The layout of f at least 4096 pixels square, and its file, written once:
+/// the size a user reads chunk after chunk or whole (smaller images fit
+/// the caches, which such files do not).
+std::pair<Layout, std::string> large_file(const FileCase& f, std::uint16_t compression) {
+  static std::set<std::string> written;
+  const Layout l = layout_of(f, std::max(mode().size, 4096u));
+  const std::string path = file_path(f, compression, "-large");
+  if (written.insert(path).second) generate(f, compression, path, l);
+  return {l, path};
+}
+
+/// As a script reads every chunk: each output kept until the next has
+/// been made, against libtiff making a new array for each chunk the same way.
+void kept_rows(const FileCase& f, std::uint16_t compression) {
+  const auto [l, path] = large_file(f, compression);
+  const std::string key = std::string("file/kept/") + f.name + (compression == COMPRESSION_NONE ? "/none" : "/deflate");
+  const std::string label = std::string(f.name) + (compression == COMPRESSION_NONE ? ", none" : ", Deflate");
+  auto file = std::make_shared<OpenFile>(path);
+  auto buffer = std::make_shared<std::vector<unsigned char>>(l.chunkBytes);
+  // For 1-bit samples the array holds a byte for each, copied from a source of that size.
+  auto source = std::make_shared<std::vector<unsigned char>>(l.outputBytes, 1);
+  const bool tiled = f.tiled;
+  const std::uint32_t chunks = l.chunks;
   const std::size_t outputBytes = l.outputBytes;
   const std::string fresh = each(key + "/libtiff+new-array", [=] {
     std::unique_ptr<unsigned char[]> previous;
@@ -264,12 +291,15 @@ void read_rows(const FileCase& f, std::uint16_t compression) {
                                  : TIFFReadEncodedStrip(file->tif, i, buffer->data(), -1);
       benchmark::DoNotOptimize(got);
       std::unique_ptr<unsigned char[]> out(new unsigned char[outputBytes]);
-      std::memcpy(out.get(), expanded->empty() ? buffer->data() : expanded->data(), outputBytes);
+      std::memcpy(out.get(), outputBytes > buffer->size() ? source->data() : buffer->data(), outputBytes);
       benchmark::DoNotOptimize(out.get());
       previous = std::move(out);
     }
   });
-  const std::string kept = each(key + "/host-kept", [host, inputs, chunks] {
+  auto host = std::make_shared<HostFile>(path, "r");
+  auto inputs = std::make_shared<std::vector<Array>>(
+      std::vector<Array>{Array::text(tiled ? "readEncodedTile" : "readEncodedStrip"), host->id, Array::scalar(0)});
+  const std::string kept = each(key + "/host", [host, inputs, chunks] {
     embedded::CallResult previous;
     for (std::uint32_t i = 0; i < chunks; ++i) {
       *(*inputs)[2].data_as<double>() = i;
@@ -278,19 +308,32 @@ void read_rows(const FileCase& f, std::uint16_t compression) {
       previous = std::move(result);
     }
   });
-  add_row("chunk reads, each output kept until the next is made: ratio to libtiff + a new array per chunk", label,
-          kept, fresh, compression == COMPRESSION_NONE ? 2 : 1.15);
+  add_row("every chunk of a 4096-pixel file, each output kept until the next is made (as a script reads): ratio "
+          "to libtiff + a new array per chunk",
+          label, kept, fresh, compression == COMPRESSION_NONE ? 2 : 1.15);
 }
 
-/// The whole image of a file at least 4096 pixels square through
-/// "__readImage__" on 1, 2 and every processor's threads, against libtiff
-/// alone filling one new image buffer on one thread; and a region of a
-/// thirty-second of each side against the whole image. (Smaller images
-/// would fit the caches, which a whole image a user reads does not.)
+/// Memory for a whole image as the embedded host gives it: on huge pages
+/// where the system grants them.
+struct HugeBuffer {
+  unsigned char* data;
+  explicit HugeBuffer(std::size_t bytes) {
+    constexpr std::size_t kHuge = std::size_t{2} << 20;
+    const std::size_t rounded = (bytes + kHuge - 1) / kHuge * kHuge;
+    data = static_cast<unsigned char*>(std::aligned_alloc(kHuge, rounded));
+    if (data == nullptr) fail("out of memory");
+    madvise(data, rounded, MADV_HUGEPAGE);
+  }
+  ~HugeBuffer() { std::free(data); }
+};
+
+/// The whole image of a large file through "__readImage__" on 1, 2 and
+/// every processor's threads, against libtiff alone filling one new image
+/// buffer on one thread (and, for information, one on huge pages, as the
+/// embedded host's arrays are); and a region of a thirty-second of each
+/// side against the whole image.
 void whole_image_rows(const FileCase& f, std::uint16_t compression) {
-  const Layout l = layout_of(f, std::max(mode().size, 4096u));
-  const std::string path = file_path(f, compression, "-whole");
-  generate(f, compression, path, l);
+  const auto [l, path] = large_file(f, compression);
   const std::string key = std::string("image/read/") + f.name + (compression == COMPRESSION_NONE ? "/none" : "/deflate");
   const std::string label = std::string(f.name) + (compression == COMPRESSION_NONE ? ", none" : ", Deflate");
   const char* section = "whole-image reads (__readImage__), wall time: ratio to libtiff alone on one thread";
@@ -299,15 +342,21 @@ void whole_image_rows(const FileCase& f, std::uint16_t compression) {
   const bool tiled = f.tiled;
   const std::uint32_t chunks = l.chunks;
   const std::size_t chunkBytes = l.chunkBytes;
-  const std::string floor = each_wall(key + "/libtiff", [=] {
-    std::unique_ptr<unsigned char[]> image(new unsigned char[chunkBytes * chunks]);
+  // The floor writes the image into plain new memory, as any host must; the
+  // second floor into huge pages, as the embedded host's arrays.
+  const auto read_into = [=](unsigned char* image) {
     for (std::uint32_t i = 0; i < chunks; ++i) {
-      const tmsize_t got = tiled ? TIFFReadEncodedTile(file->tif, i, image.get() + i * chunkBytes, -1)
-                                 : TIFFReadEncodedStrip(file->tif, i, image.get() + i * chunkBytes, -1);
+      const tmsize_t got = tiled ? TIFFReadEncodedTile(file->tif, i, image + i * chunkBytes, -1)
+                                 : TIFFReadEncodedStrip(file->tif, i, image + i * chunkBytes, -1);
       benchmark::DoNotOptimize(got);
     }
-    benchmark::DoNotOptimize(image.get());
+    benchmark::DoNotOptimize(image);
+  };
+  const std::string floor = each_wall(key + "/libtiff", [=] {
+    const std::unique_ptr<unsigned char[]> image(new unsigned char[chunkBytes * chunks]);
+    read_into(image.get());
   });
+  const std::string huge = each_wall(key + "/libtiff-huge-pages", [=] { read_into(HugeBuffer(chunkBytes * chunks).data); });
   auto host = std::make_shared<HostFile>(path, "r");
   const unsigned processors = std::max(1u, std::thread::hardware_concurrency());
   std::vector<unsigned> counts = {1, 2};
@@ -326,7 +375,7 @@ void whole_image_rows(const FileCase& f, std::uint16_t compression) {
                           : compression == COMPRESSION_NONE                ? 1.2
                                                                            : 0.65;
     add_row(section, label + ", " + std::to_string(threads) + (threads == 1 ? " thread" : " threads"), name, floor,
-            target);
+            target, huge);
   }
   if (!tiled) return;
   // A region a thirty-second of each side, off the tile grid: at most four tiles.
@@ -403,9 +452,11 @@ const FileCase kCases[] = {
     {"1-bit strips", 1, 1, PHOTOMETRIC_MINISBLACK, SAMPLEFORMAT_UINT, false, 0, zvLOGICAL_CLASS},
     {"float RGB tiles", 32, 3, PHOTOMETRIC_RGB, SAMPLEFORMAT_IEEEFP, true, 0, zvSINGLE_CLASS},
 };
-// Strips of 64 rows, as the files whole-image reads are measured on.
-const FileCase kWholeStrips = {"RGB 8-bit 64-row strips", 8, 3, PHOTOMETRIC_RGB, SAMPLEFORMAT_UINT, false, 64,
+// Strips of 64 rows in the large files.
+const FileCase kLargeStrips = {"RGB 8-bit 64-row strips", 8, 3, PHOTOMETRIC_RGB, SAMPLEFORMAT_UINT, false, 64,
                                zvUINT8_CLASS};
+const FileCase kLargeBits = {"1-bit 64-row strips", 1, 1, PHOTOMETRIC_MINISBLACK, SAMPLEFORMAT_UINT, false, 64,
+                             zvLOGICAL_CLASS};
 // Libtiff's default strip for a wide RGB image: one row, so one call per row.
 const FileCase kOneRow = {"RGB 8-bit one-row strips", 8, 3, PHOTOMETRIC_RGB, SAMPLEFORMAT_UINT, false, 1,
                           zvUINT8_CLASS};
@@ -417,7 +468,8 @@ void register_file_benchmarks() {
     for (const FileCase& f : kCases) read_rows(f, compression);
   read_rows(kOneRow, COMPRESSION_NONE);
   for (std::uint16_t compression : {COMPRESSION_NONE, COMPRESSION_ADOBE_DEFLATE}) {
-    whole_image_rows(kWholeStrips, compression);
+    for (const FileCase* f : {&kLargeStrips, &kCases[1], &kLargeBits}) kept_rows(*f, compression);
+    whole_image_rows(kLargeStrips, compression);
     whole_image_rows(kCases[1], compression);
   }
   for (std::uint16_t compression : {COMPRESSION_NONE, COMPRESSION_ADOBE_DEFLATE})

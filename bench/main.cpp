@@ -108,7 +108,7 @@ std::string number(const char* format, double x) {
 /// The table as Markdown, so that docs/PERFORMANCE.md can take it as it is.
 /// Returns the number of rows that missed their target.
 int print_table(const Collector& times) {
-  std::printf("| case | measured | floor | ratio | target | | vs floor + memcpy |\n");
+  std::printf("| case | measured | floor | ratio | target | | vs second floor |\n");
   std::printf("|---|---:|---:|---:|---:|---|---:|\n");
   // Rows of one section together, sections in the order they first appear.
   std::vector<const Row*> ordered;
