@@ -37,12 +37,15 @@ struct ChunkPlacement {
   std::size_t columns = 0;
 };
 
-/// The host class of the samples of the current directory, after the checks
-/// a read makes of its configuration; raises what the read commands raise.
+/// The host class of the samples of the current directory as the whole-image
+/// entry returns them: every sample libtiff decodes, integers of any width
+/// up to 64 bits and floating point of 16 and 24 bits included, separate
+/// YCbCr planes as the samples they are. Raises what a read must still refuse.
 zvClassID image_class(const ImageLayout& layout);
 
-/// Reads strip or tile `chunk` of tif into `destination`, keeping the
-/// chunk's rows and columns that lie inside the image and the destination,
+/// Reads strip or tile `chunk` of tif into `destination` as image_class
+/// says, keeping the chunk's rows and columns that lie inside the image and
+/// the destination,
 /// through a chunk buffer kept in `storage` from chunk to chunk. Raises
 /// what the read command raises.
 ChunkPlacement read_chunk_into(TIFF* tif, std::uint32_t chunk, const ChunkDestination& destination,

@@ -11,6 +11,8 @@
 #include <tiffio.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <cstdint>  // INT64_MAX, UINT64_MAX
 #include <cstdlib>
 #include <iterator>
@@ -70,11 +72,133 @@ zvClassID sample_class(const ImageLayout& layout) {
   return cell.cls;
 }
 
+// --- the whole-image entry's samples -------------------------------------
+
+/// Which rules a read follows: the read commands', or the whole-image
+/// entry's, which returns every sample libtiff decodes (see entry_samples).
+enum class Rules : unsigned char { commands, entry };
+
+/// How the entry turns samples the commands refuse into host elements.
+enum class Widening : unsigned char {
+  none,     ///< the commands' own kernels: 1, 8, 16, 32 or 64 bits
+  packed,   ///< bits not a multiple of 8, packed from the row's first bit
+  bytes,    ///< 24, 40, 48 or 56 bits: whole bytes in the machine's order
+  half,     ///< 16-bit floating point
+  float24,  ///< 24-bit floating point: sign, 7 exponent bits, 16 mantissa bits
+};
+
+struct EntrySamples {
+  zvClassID cls;
+  Widening widening;
+};
+
+/// The narrowest integer class of `bits` bits or more.
+zvClassID integer_class(unsigned bits, bool is_signed) {
+  if (bits <= 8) return is_signed ? zvINT8_CLASS : zvUINT8_CLASS;
+  if (bits <= 16) return is_signed ? zvINT16_CLASS : zvUINT16_CLASS;
+  if (bits <= 32) return is_signed ? zvINT32_CLASS : zvUINT32_CLASS;
+  return is_signed ? zvINT64_CLASS : zvUINT64_CLASS;
+}
+
+/// Every sample libtiff decodes, never rescaled: 1 bit as logical, integers
+/// of up to 64 bits in the narrowest class that holds them (signed only
+/// for whole bytes with SampleFormat 2; packed values as stored), floating
+/// point of 16 and 24 bits as single.
+EntrySamples entry_samples(const ImageLayout& layout) {
+  const std::uint16_t format = layout.sampleFormat, bits = layout.bitsPerSample;
+  if (format == SAMPLEFORMAT_COMPLEXINT || format == SAMPLEFORMAT_COMPLEXIEEEFP) raise(Tiff::complexSampleFormat());
+  if (bits == 0 || bits > 64) raise(Tiff::unhandledBitsPerSample(bits));
+  if (bits == 1) return {zvLOGICAL_CLASS, Widening::none};
+  if (format == SAMPLEFORMAT_IEEEFP) {
+    switch (bits) {
+      case 16: return {zvSINGLE_CLASS, Widening::half};
+      case 24: return {zvSINGLE_CLASS, Widening::float24};
+      case 32: return {zvSINGLE_CLASS, Widening::none};
+      case 64: return {zvDOUBLE_CLASS, Widening::none};
+      default: raise(Tiff::badSampleFormatBitsPerSampleCombination(format, bits));
+    }
+  }
+  if (bits % 8 != 0) return {integer_class(bits, false), Widening::packed};
+  const zvClassID cls = integer_class(bits, format == SAMPLEFORMAT_INT);
+  return {cls, bits == 24 || (bits > 32 && bits < 64) ? Widening::bytes : Widening::none};
+}
+
+/// Sample `index` of a chunk row as its bits, zero past the buffer's end.
+std::uint64_t sample_bits(const unsigned char* row, const unsigned char* end, std::size_t index, unsigned bits,
+                          Widening widening) {
+  if (widening != Widening::packed) {
+    const unsigned bytes = bits / 8;
+    const unsigned char* at = row + index * bytes;
+    std::uint64_t v = 0;
+    for (unsigned i = 0; i < bytes && at + i < end; ++i) v |= std::uint64_t{at[i]} << (8 * i);
+    return v;
+  }
+  std::uint64_t v = 0;
+  for (std::size_t bit = index * bits, last = bit + bits; bit < last; ++bit) {
+    const unsigned char* byte = row + bit / 8;
+    v = v << 1 | (byte < end ? (*byte >> (7 - bit % 8)) & 1u : 0u);
+  }
+  return v;
+}
+
+float bits_as_single(std::uint32_t bits) {
+  float f;
+  std::memcpy(&f, &bits, sizeof f);
+  return f;
+}
+
+float half_to_single(std::uint32_t h) {
+  const std::uint32_t sign = (h & 0x8000u) << 16, exponent = h >> 10 & 0x1F, mantissa = h & 0x3FF;
+  if (exponent == 0x1F) return bits_as_single(sign | 0x7F800000u | mantissa << 13);
+  if (exponent != 0) return bits_as_single(sign | (exponent + 112) << 23 | mantissa << 13);
+  const float tiny = std::ldexp(static_cast<float>(mantissa), -24);  // subnormal
+  return sign ? -tiny : tiny;
+}
+
+float float24_to_single(std::uint32_t f) {
+  const std::uint32_t sign = (f & 0x800000u) << 8, exponent = f >> 16 & 0x7F, mantissa = f & 0xFFFF;
+  if (exponent == 0x7F) return bits_as_single(sign | 0x7F800000u | mantissa << 7);
+  if (exponent != 0) return bits_as_single(sign | (exponent + 64) << 23 | mantissa << 7);
+  const float tiny = std::ldexp(static_cast<float>(mantissa), -78);  // subnormal
+  return sign ? -tiny : tiny;
+}
+
+/// Element (r, c, k) of the chunk into its place, one at a time: the
+/// entry's widened samples are rare enough not to need kernels.
+void store_widened(const ChunkBuffer& chunk, const ChunkShape& shape, unsigned bits, const EntrySamples& samples,
+                   void* out, const OutputStrides& strides) {
+  const std::size_t rowBytes =
+      samples.widening == Widening::packed ? (shape.width * shape.samples * bits + 7) / 8 : shape.width * shape.samples * (bits / 8);
+  const unsigned char* end = chunk.data() + chunk.size();
+  for (std::size_t r = 0; r < shape.rows; ++r)
+    for (std::size_t c = 0; c < shape.columns; ++c)
+      for (std::size_t k = 0; k < shape.samples; ++k) {
+        const std::uint64_t v = sample_bits(chunk.data() + r * rowBytes, end, c * shape.samples + k, bits, samples.widening);
+        const std::size_t i = r + c * strides.column + k * strides.plane;
+        switch (samples.cls) {
+          case zvUINT8_CLASS: static_cast<std::uint8_t*>(out)[i] = static_cast<std::uint8_t>(v); break;
+          case zvUINT16_CLASS: static_cast<std::uint16_t*>(out)[i] = static_cast<std::uint16_t>(v); break;
+          case zvUINT32_CLASS: static_cast<std::uint32_t*>(out)[i] = static_cast<std::uint32_t>(v); break;
+          case zvUINT64_CLASS: static_cast<std::uint64_t*>(out)[i] = v; break;
+          // Signed whole bytes: the top bit of the stored value is the sign.
+          case zvINT32_CLASS: static_cast<std::int32_t*>(out)[i] = static_cast<std::int32_t>(v << (32 - bits)) >> (32 - bits); break;
+          case zvINT64_CLASS: static_cast<std::int64_t*>(out)[i] = static_cast<std::int64_t>(v << (64 - bits)) >> (64 - bits); break;
+          case zvSINGLE_CLASS:
+            static_cast<float*>(out)[i] = samples.widening == Widening::half ? half_to_single(static_cast<std::uint32_t>(v))
+                                                                              : float24_to_single(static_cast<std::uint32_t>(v));
+            break;
+          default: raise(Tiff::unhandledBitsPerSample(bits));
+        }
+      }
+}
+
 // --- configuration and geometry ------------------------------------------
 
-void check_read_configuration(const ImageLayout& layout) {
+void check_read_configuration(const ImageLayout& layout, Rules rules = Rules::commands) {
   if (layout.photometric == PHOTOMETRIC_YCBCR) {
-    if (layout.planarConfiguration == PLANARCONFIG_SEPARATE) raise(Tiff::unsupportedYCbCrConfiguration());
+    // The entry reads separate YCbCr planes as the samples they are.
+    if (layout.planarConfiguration == PLANARCONFIG_SEPARATE && rules == Rules::commands)
+      raise(Tiff::unsupportedYCbCrConfiguration());
     // libtiff would hand over RGB, which is no longer what the tags describe.
     if (layout.jpegColorMode == JPEGCOLORMODE_RGB) raise(Tiff::readWithJpegColorModeRGB());
   }
@@ -159,9 +283,10 @@ void store_chunk(zvArray* outputs[], const ImageLayout& layout, zvClassID cls,
 /// tif; then store(layout, cls, chunk, rows, columns) with the chunk's part
 /// inside the image.
 template <class ChunkNumber, class Store>
-void read_strip(TIFF* tif, ChunkNumber strip_number, Store store, std::vector<unsigned char>* storage = nullptr) {
-  const ImageLayout layout = readImageLayout(tif);
-  check_read_configuration(layout);
+void read_strip(TIFF* tif, ChunkNumber strip_number, Store store, std::vector<unsigned char>* storage = nullptr,
+                Rules rules = Rules::commands) {
+  const ImageLayout layout = readImageLayout(tif, rules == Rules::commands);
+  check_read_configuration(layout, rules);
   if (TIFFIsTiled(tif)) raise(Tiff::strippedOperationOnTiledImage());
 
   const std::uint32_t strip = strip_number();
@@ -189,19 +314,21 @@ void read_strip(TIFF* tif, ChunkNumber strip_number, Store store, std::vector<un
                                             layout.rowsPerStrip)
                                 : layout.rowsPerStrip;
 
-  const zvClassID cls = sample_class(layout);
+  const zvClassID cls = rules == Rules::entry ? entry_samples(layout).cls : sample_class(layout);
   store(layout, cls, chunk, rows, static_cast<std::size_t>(layout.imageWidth));
 }
 
 /// The same for a tile.
 template <class ChunkNumber, class Store>
-void read_tile(TIFF* tif, ChunkNumber tile_number, Store store, std::vector<unsigned char>* storage = nullptr) {
-  const ImageLayout layout = readImageLayout(tif);
-  check_read_configuration(layout);
+void read_tile(TIFF* tif, ChunkNumber tile_number, Store store, std::vector<unsigned char>* storage = nullptr,
+               Rules rules = Rules::commands) {
+  const ImageLayout layout = readImageLayout(tif, rules == Rules::commands);
+  check_read_configuration(layout, rules);
   if (!TIFFIsTiled(tif)) raise(Tiff::tiledOperationOnStrippedImage());
 
   const std::uint32_t tile = tile_number();
-  const zvClassID cls = sample_class(layout);  // class errors come before bounds errors
+  // Class errors come before bounds errors.
+  const zvClassID cls = rules == Rules::entry ? entry_samples(layout).cls : sample_class(layout);
   const tmsize_t size = TIFFTileSize(tif);
   const std::uint32_t tiles = TIFFNumberOfTiles(tif);
   if (tile >= tiles) raise(Tiff::badTileNumber(tiles));
@@ -229,15 +356,20 @@ void read_tile(TIFF* tif, ChunkNumber tile_number, Store store, std::vector<unsi
   store(layout, cls, chunk, rows, columns);
 }
 
-/// The chunk into a caller's view, YCbCr excepted (see chunks.h).
+/// The chunk into a caller's view by the entry's rules, contiguous YCbCr
+/// excepted (see chunks.h).
 ChunkPlacement store_into(const ChunkDestination& to, const ImageLayout& layout, zvClassID cls,
                           const ChunkBuffer& chunk, std::size_t rows, std::size_t columns) {
-  if (layout.photometric == PHOTOMETRIC_YCBCR) return {ChunkOutcome::ycbcr, 0, 0};
+  if (layout.photometric == PHOTOMETRIC_YCBCR && layout.planarConfiguration == PLANARCONFIG_CONTIG)
+    return {ChunkOutcome::ycbcr, 0, 0};
   if (cls != to.cls || layout.samplesPerChunk != to.samples) return {ChunkOutcome::mismatch, 0, 0};
   const ChunkShape shape{layout.chunkWidth, layout.chunkLength, layout.samplesPerChunk, std::min(rows, to.rows),
                          std::min(columns, to.columns)};
   const OutputStrides strides{to.column, to.plane};
-  if (layout.bitsPerSample == 1) {
+  const EntrySamples samples = entry_samples(layout);
+  if (samples.widening != Widening::none) {
+    store_widened(chunk, shape, layout.bitsPerSample, samples, to.data, strides);
+  } else if (layout.bitsPerSample == 1) {
     strided_bit_unpacker(best_isa())(chunk.data(), chunk.size(), shape, static_cast<bool*>(to.data), strides);
   } else {
     const StridedElementUnpacker unpack = strided_element_unpacker(element_bytes(layout.bitsPerSample));
@@ -261,8 +393,8 @@ void handle_read_encoded_tile(zvArray* outputs[], int, const zvArray* operands[]
 }
 
 zvClassID image_class(const ImageLayout& layout) {
-  check_read_configuration(layout);
-  return sample_class(layout);
+  check_read_configuration(layout, Rules::entry);
+  return entry_samples(layout).cls;
 }
 
 ChunkPlacement read_chunk_into(TIFF* tif, std::uint32_t chunk, const ChunkDestination& destination,
@@ -270,9 +402,9 @@ ChunkPlacement read_chunk_into(TIFF* tif, std::uint32_t chunk, const ChunkDestin
   ChunkPlacement placement;
   const auto store = [&](auto&&... args) { placement = store_into(destination, args...); };
   if (TIFFIsTiled(tif))
-    read_tile(tif, [chunk] { return chunk; }, store, &storage);
+    read_tile(tif, [chunk] { return chunk; }, store, &storage, Rules::entry);
   else
-    read_strip(tif, [chunk] { return chunk; }, store, &storage);
+    read_strip(tif, [chunk] { return chunk; }, store, &storage, Rules::entry);
   return placement;
 }
 

@@ -299,7 +299,13 @@ std::uint64_t chunk_limit(const zvArray* count) {
 // directory, or the region of it, L x W x S in the class the read commands
 // give, its chunks decoded on `threads` threads (0: one per processor).
 void handle_read_image(zvArray* outputs[], int nOperands, const zvArray* operands[], TIFF* tif) {
-  const ImageLayout layout = readImageLayout(tif);
+  // LogL and LogLuv come as libtiff's floating point unless the caller
+  // chose another data format.
+  ImageLayout layout = readImageLayout(tif, false);
+  if (is_log_luv(layout.photometric) && static_cast<std::uint32_t>(layout.sgiLogDataFmt) > SGILOGDATAFMT_8BIT) {
+    TIFFSetField(tif, TIFFTAG_SGILOGDATAFMT, SGILOGDATAFMT_FLOAT);
+    layout = readImageLayout(tif, false);
+  }
   const zvClassID cls = image_class(layout);
   const Grid grid = grid_of(layout, layout.imageLength, layout.imageWidth, layout.samplesPerPixel);
   const unsigned threads = thread_count(nOperands > 1 ? operands[1] : nullptr);

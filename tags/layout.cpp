@@ -7,7 +7,7 @@
 
 namespace tiffgate {
 
-void readImageLayout(TIFF* tif, ImageLayout& layout) {
+void readImageLayout(TIFF* tif, ImageLayout& layout, bool photometric_required) {
   layout.tif = tif;
   get_tag_checked(tif, TIFFTAG_IMAGELENGTH, "ImageLength", &layout.imageLength);
   get_tag_checked(tif, TIFFTAG_IMAGEWIDTH, "ImageWidth", &layout.imageWidth);
@@ -29,7 +29,10 @@ void readImageLayout(TIFF* tif, ImageLayout& layout) {
     layout.chunkLength = layout.rowsPerStrip;
     layout.chunkWidth = layout.imageWidth;
   }
-  get_tag_checked(tif, TIFFTAG_PHOTOMETRIC, "PhotometricInterpretation", &layout.photometric);
+  if (photometric_required)
+    get_tag_checked(tif, TIFFTAG_PHOTOMETRIC, "PhotometricInterpretation", &layout.photometric);
+  else if (!TIFFGetField(tif, TIFFTAG_PHOTOMETRIC, &layout.photometric))
+    layout.photometric = PHOTOMETRIC_MINISBLACK;
 
   TIFFGetFieldDefaulted(tif, TIFFTAG_BITSPERSAMPLE, &layout.bitsPerSample);
   TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &layout.samplesPerPixel);

@@ -39,12 +39,15 @@ constexpr bool is_log_luv(std::uint16_t photometric) { return photometric == 328
 
 /// Fills layout from the current directory of tif, in a fixed order of
 /// libtiff calls; raises tagRetrievalFailed or illegalPlanarConfiguration.
-void readImageLayout(TIFF* tif, ImageLayout& layout);
+/// Without `photometric_required`, a directory without
+/// PhotometricInterpretation reads as MinIsBlack, as libtiff's decoders,
+/// which never look at it, read it.
+void readImageLayout(TIFF* tif, ImageLayout& layout, bool photometric_required = true);
 
 /// The same, returned by value.
-inline ImageLayout readImageLayout(TIFF* tif) {
+inline ImageLayout readImageLayout(TIFF* tif, bool photometric_required = true) {
   ImageLayout layout;
-  readImageLayout(tif, layout);
+  readImageLayout(tif, layout, photometric_required);
   return layout;
 }
 
