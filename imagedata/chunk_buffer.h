@@ -27,29 +27,13 @@ class ChunkBuffer {
         data_(owned_.get()) {
     if (!data_) throw std::bad_alloc();
   }
-  /// A buffer in `storage`, which a caller reading chunk after chunk keeps:
-  /// its pages are not fetched from the system every time. Not zeroed: see
-  /// decode().
+  /// The same in `storage`, which a caller reading chunk after chunk keeps:
+  /// its pages are not fetched from the system every time. Always zeroed:
+  /// some decoders report success without writing every byte.
   ChunkBuffer(std::int64_t size, std::vector<unsigned char>& storage)
       : size_(static_cast<std::size_t>(std::max<std::int64_t>(size, 0))) {
-    storage.resize(std::max<std::size_t>(size_, 1));
+    storage.assign(std::max<std::size_t>(size_, 1), 0);
     data_ = storage.data();
-  }
-  /// Runs read(data, size), a libtiff decode returning the bytes it
-  /// produced or -1, and leaves the buffer as a decode into a zero-filled
-  /// buffer would: a buffer that was not zeroed is zeroed past what a
-  /// decode produced, or zeroed and decoded again after a failed decode
-  /// (which may have written part of it).
-  template <class Read>
-  std::int64_t decode(Read read) const {
-    std::int64_t got = read(data_, static_cast<std::int64_t>(size_));
-    if (owned_ || got == static_cast<std::int64_t>(size_)) return got;
-    if (got < 0) {
-      std::fill(data_, data_ + size_, 0);
-      return read(data_, static_cast<std::int64_t>(size_));
-    }
-    std::fill(data_ + std::min<std::size_t>(static_cast<std::size_t>(got), size_), data_ + size_, 0);
-    return got;
   }
   unsigned char* data() const { return data_; }
   std::size_t size() const { return size_; }

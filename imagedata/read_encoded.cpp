@@ -298,12 +298,12 @@ void read_strip(TIFF* tif, ChunkNumber strip_number, Store store, std::vector<un
 
   const tmsize_t size = TIFFStripSize(tif);
   check_chunk_fits(strip, size, layout);
-  // What a short or failed decode leaves unwritten comes out as zero.
+  // Zeroed: what a short or failed decode leaves unwritten comes out as zero.
   const ChunkBuffer chunk = storage ? ChunkBuffer(size, *storage) : ChunkBuffer(size, true);
   // The buffer's size rather than -1: the same for every consistent file,
   // and libtiff then never writes past the buffer when its strip sizes
   // disagree (an overflowing full strip size reads back as 0).
-  const tmsize_t got = chunk.decode([&](void* data, tmsize_t bytes) { return TIFFReadEncodedStrip(tif, strip, data, bytes); });
+  const tmsize_t got = TIFFReadEncodedStrip(tif, strip, chunk.data(), static_cast<tmsize_t>(chunk.size()));
   // Signed: a failed read (-1) passes, and libtiff's message becomes a warning.
   if (size < got) raise(Tiff::tooManyBytes(Int{strip}, Int{size}, Int{got}));
 
@@ -337,7 +337,7 @@ void read_tile(TIFF* tif, ChunkNumber tile_number, Store store, std::vector<unsi
   const ChunkBuffer chunk = storage ? ChunkBuffer(size, *storage) : ChunkBuffer(size, true);
   // The result is not examined: a failed decode leaves zeros, and libtiff's
   // message becomes a warning.
-  chunk.decode([&](void* data, tmsize_t bytes) { return TIFFReadEncodedTile(tif, tile, data, bytes); });
+  TIFFReadEncodedTile(tif, tile, chunk.data(), static_cast<tmsize_t>(chunk.size()));
 
   // Tile rows and columns from libtiff's own numbering; the divisors are
   // kept from zero for directories whose counts make no sense.

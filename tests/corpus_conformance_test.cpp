@@ -10,6 +10,7 @@
 // that no longer happens, fails the test.
 
 #include "support/corpus.h"
+#include "support/write_files.h"
 #include "support/image_files.h"
 #include "shell/sha256.h"
 #include "support/tag_files.h"
@@ -498,6 +499,26 @@ TEST(corpus_conformance, logluv_reads_once_the_data_format_is_chosen) {
     }
     call("close", {id});
   }
+}
+
+// The whole-image read of page 1 of every valid file, on one thread and on
+// four: the same outcome and the same bytes.
+TEST(corpus_conformance, whole_images_are_the_same_on_any_number_of_threads) {
+  std::size_t read = 0;
+  for (const std::string& path : tiff_files_in(corpus_dir())) {
+    SCOPED_TRACE(name_of(path));
+    const Array id = open_file(path);
+    const CallResult one = call("__readImage__", {id, num(1)}), four = call("__readImage__", {id, num(4)});
+    EXPECT_EQ(outcome(four), outcome(one));
+    if (one.ok() && four.ok()) {
+      const Comparison c = compare(four.out(), one.out());
+      EXPECT_EQ(c.mismatch, "");
+      EXPECT_EQ(c.largest, 0);
+      ++read;
+    }
+    call("close", {id});
+  }
+  EXPECT_GE(read, 160u);
 }
 
 }  // namespace

@@ -345,6 +345,34 @@ void expect_rgba(TIFF* in, const Layout& l, const std::vector<Array>& image) {
   EXPECT_LE(worst, l.compression == JPEG ? 10 : 0);
 }
 
+/// The whole-image entry: the image written, the same bytes on one thread
+/// and on three, and a region (all but the outer rows and columns, and one
+/// pixel) that is the slice of the whole.
+void expect_whole_image(const Array& id, const Layout& l, const Array& image) {
+  const CallResult one = call("__readImage__", {id, num(1)}), three = call("__readImage__", {id, num(3)});
+  ASSERT_EQ(outcome(one), "ok");
+  const Comparison c = compare(one.out(), image);
+  ASSERT_EQ(c.mismatch, "");
+  EXPECT_LE(c.largest, std::max(l.tolerance, 0.0));
+  // Empty when a and b are the same, bit for bit.
+  const auto differs = [](const Array& a, const Array& b) {
+    const Comparison d = compare(a, b);
+    return d.largest == 0 ? d.mismatch : d.mismatch + " by " + std::to_string(d.largest);
+  };
+  EXPECT_EQ(differs(three.out(), one.out()), "");
+  const double L = l.length, W = l.width;
+  const struct {
+    std::vector<double> region;
+    std::size_t row0, column0, rows, columns;
+  } regions[] = {{{2, L - 1, 2, W - 1}, 1, 1, l.length - 2, l.width - 2}, {{L, L, W, W}, l.length - 1, l.width - 1, 1, 1}};
+  for (const auto& r : regions) {
+    const CallResult part = call("__readImage__", {id, num(2), Array::of(zvDOUBLE_CLASS, {1, 4}, r.region)});
+    ASSERT_EQ(outcome(part), "ok");
+    const Array slice = part_of(one.out(), r.row0, r.column0, r.rows, r.columns);
+    EXPECT_EQ(differs(part.out(), slice), "");
+  }
+}
+
 // Directory 0's tags, with the values tifffile must find in the file.
 const char* const kDescription = "written through the module: caf\xC3\xA9";
 const std::vector<double> kPixelScale = {0.5, 0.25, 0}, kTiepoint = {0, 0, 0, 440720, 3751320, 0};
@@ -425,6 +453,8 @@ TEST(image_round_trip, every_layout_against_the_module_libtiff_and_tifffile) {
       // units in a strip, and smooths the chroma of JPEG tiles at their edges.
       const bool rgba = l.h * l.v < 16 && (l.tile ? l.compression != JPEG : l.rowsPerStrip % l.v == 0);
       if (l.ycbcr() && l.bits == 8 && rgba) expect_rgba(file.tif(), l, images[i]);
+
+      if (!l.ycbcr()) expect_whole_image(file.id(), l, images[i][0]);
 
       const auto page = pages.find(files[f] + " " + key_of(i));
       ASSERT_NE(page, pages.end());
