@@ -10,8 +10,8 @@ namespace {
 // libtiff's field bit for custom fields.
 constexpr unsigned short kCustomFieldBit = FIELD_CUSTOM;
 
-// Kept in this order (not sorted by tag). GeoASCIIParamsTag alone has no
-// passed count: it is set and read as a NUL-terminated text.
+// Kept in this order (not sorted by tag). The text tags have no passed
+// count: they are set and read as NUL-terminated text.
 const TIFFFieldInfo kGeoTiffFields[] = {
     {33550, -1, -1, TIFF_DOUBLE, kCustomFieldBit, 1, 1, const_cast<char*>("ModelPixelScaleTag")},
     {34264, -1, -1, TIFF_DOUBLE, kCustomFieldBit, 1, 1, const_cast<char*>("ModelTransformationTag")},
@@ -19,6 +19,10 @@ const TIFFFieldInfo kGeoTiffFields[] = {
     {34735, -1, -1, TIFF_SHORT, kCustomFieldBit, 1, 1, const_cast<char*>("GeoKeyDirectoryTag")},
     {34736, -1, -1, TIFF_DOUBLE, kCustomFieldBit, 1, 1, const_cast<char*>("GeoDoubleParamsTag")},
     {34737, -1, -1, TIFF_ASCII, kCustomFieldBit, 1, 0, const_cast<char*>("GeoASCIIParamsTag")},
+    // Private tags of geospatial writers, which GeoTIFF files carry beside
+    // the GeoTIFF tags: metadata as XML, and the value of no data as text.
+    {42112, -1, -1, TIFF_ASCII, kCustomFieldBit, 1, 0, const_cast<char*>("GDAL_METADATA")},
+    {42113, -1, -1, TIFF_ASCII, kCustomFieldBit, 1, 0, const_cast<char*>("GDAL_NODATA")},
 };
 
 bool install_needed = true;

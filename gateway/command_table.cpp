@@ -61,6 +61,14 @@ const std::vector<CommandEntry>& entry_table() {
       {"__readImage__", 1, 3, handle_read_image, FileOperand::open},
       // (id, image, count): the first count chunks (Inf: all) cut from image.
       {"__writeImage__", 3, 3, handle_write_image, FileOperand::open},
+      // (): the tag table's numbers and names.
+      {"__tagNames__", 0, 0, handle_tag_names, FileOperand::none},
+      // (id): the numbers of the tags the current directory holds.
+      {"__listTags__", 1, 1, handle_list_tags, FileOperand::open},
+      // (id, tag): a tag outside the table, as libtiff holds it.
+      {"__tagValue__", 2, 2, handle_tag_value, FileOperand::open},
+      // (id, tag, text): a text tag outside the table that libtiff knows.
+      {"__setTag__", 3, 3, handle_set_tag, FileOperand::open},
   };
   return table;
 }
