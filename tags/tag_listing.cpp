@@ -65,9 +65,16 @@ void handle_tag_names(zvArray* outputs[], int, const zvArray*[], TIFF*) {
 // in number order: those of the table and any other libtiff read from the
 // file (its codec settings, which no file holds, left out).
 void handle_list_tags(zvArray* outputs[], int, const zvArray*[], TIFF* tif) {
+  // libtiff answers for the strip and tile tags alike and for DataType as
+  // SampleFormat: the directory holds the kind its layout has.
+  const bool tiled = TIFFIsTiled(tif);
+  const auto alias = [tiled](std::uint32_t tag) {
+    return tag == TIFFTAG_DATATYPE || (tiled ? tag == TIFFTAG_STRIPOFFSETS || tag == TIFFTAG_STRIPBYTECOUNTS
+                                             : tag == TIFFTAG_TILEOFFSETS || tag == TIFFTAG_TILEBYTECOUNTS);
+  };
   std::set<std::uint32_t> held;
   for (const auto& [number, name] : TagNameTable())
-    if (number < 65536 && holds(tif, number)) held.insert(number);
+    if (number < 65536 && !alias(number) && holds(tif, number)) held.insert(number);
   for (int i = 0, n = TIFFGetTagListCount(tif); i < n; ++i) {
     const std::uint32_t tag = TIFFGetTagListEntry(tif, i);
     if (tag < 65536) held.insert(tag);

@@ -1,6 +1,7 @@
 function varargout = tiffgate_read (file, varargin)
   ## IMG = tiffgate_read (FILE)
   ## IMG = tiffgate_read (FILE, DIR)
+  ## [IMG, MAP] = tiffgate_read (...)
   ## [Y, CB, CR] = tiffgate_read (FILE, DIR)
   ## IMG = tiffgate_read (..., "rgba")
   ## IMG = tiffgate_read (..., "Region", {ROWS, COLS})
@@ -9,12 +10,16 @@ function varargout = tiffgate_read (file, varargin)
   ## Reads the whole image of directory DIR (counted from 1, default 1) of
   ## the TIFF file FILE, assembled from its strips or tiles.
   ##
-  ## IMG has the class the module gives for the directory's samples: logical
-  ## for 1 bit per sample, uint8/int8, uint16/int16, uint32/int32 after the
-  ## sample format, single for 32-bit and double for 64-bit floating point.
-  ## It is M x N for one sample per pixel and M x N x S for S samples; an
-  ## image stored as separate planes is assembled into the third dimension
-  ## all the same. A palette image gives its indices.
+  ## IMG holds every sample as stored, never rescaled, in the narrowest
+  ## class that holds it: logical for 1 bit per sample, uint8 for 2 to 8
+  ## bits (int8 for signed 8-bit samples), uint16 for 9 to 16 bits, uint32
+  ## for 17 to 32, uint64 or int64 for 64-bit integers, single for 16-,
+  ## 24- and 32-bit floating point (and LogL and LogLuv, as libtiff's
+  ## floating point), double for 64-bit floating point. It is M x N for one
+  ## sample per pixel and M x N x S for S samples; an image stored as
+  ## separate planes (separate YCbCr planes included) is assembled into the
+  ## third dimension all the same. A palette image gives its indices, and
+  ## MAP its colour map (N x 3, from 0 to 1; [] for other images).
   ##
   ## A YCbCr directory is read as its three planes as stored with
   ## [Y, CB, CR] = tiffgate_read (...): Y is M x N, CB and CR are the
@@ -52,45 +57,50 @@ function varargout = tiffgate_read (file, varargin)
     error ("tiffgate:read:badFile", "tiffgate_read: FILE must be a file name");
   endif
   [dir, rgba, region, threads] = parse_arguments (varargin);
-  if (nargout > 1 && (rgba || nargout != 3 || ! isempty (region)))
+  if (nargout > 3 || (nargout == 3 && (rgba || ! isempty (region))))
     error ("tiffgate:read:outputs",
-           "tiffgate_read: give one output, or three for the Y, Cb and Cr planes of a whole image");
+           "tiffgate_read: give one output, two for a palette's colour map, or three for the Y, Cb and Cr planes of a whole image");
   endif
 
   id = tiffgate ("open", file, "r");
   closer = onCleanup (@() tiffgate ("close", id));
   tiffgate ("setDirectory", id, dir - 1);
 
-  meta = tiffgate ("retrieveMetadata", id);
+  ## A directory without PhotometricInterpretation reads as libtiff's
+  ## decoders read it, as MinIsBlack; its extent comes from its tags.
+  try
+    meta = tiffgate ("retrieveMetadata", id);
+  catch err
+    if (! strcmp (err.identifier, "Quarn:imagesci:Tiff:tagRetrievalFailed"))
+      rethrow (err);
+    endif
+    meta = struct ("PhotometricInterpretation", 1, "PlanarConfiguration", 1,
+                   "ImageLength", tiffgate ("getField", id, 257), "ImageWidth", tiffgate ("getField", id, 256));
+  end_try_catch
   if (! isempty (region))
     region = check_region (region, meta);
   endif
+  ycbcr = meta.PhotometricInterpretation == 6 && meta.PlanarConfiguration == 1;
+  if (nargout == 3 && ! ycbcr)
+    error ("tiffgate:read:notYCbCr",
+           "tiffgate_read: directory %d is not contiguous YCbCr; read it with one output", dir);
+  endif
   if (rgba)
     varargout{1} = cut (read_rgba (id), region);
-    return;
-  endif
-  if (meta.ImageDepth > 1)
-    error ("tiffgate:read:volume",
-           "tiffgate_read: directory %d is a volume (ImageDepth %d), which is not read as one image",
-           dir, meta.ImageDepth);
-  endif
-  if (meta.ImageLength == 0 || meta.ImageWidth == 0)
-    error ("tiffgate:read:emptyImage", "tiffgate_read: directory %d has no pixels", dir);
-  endif
-
-  if (meta.PhotometricInterpretation == 6)
-    if (nargout == 3)
-      [varargout{1:3}] = read_ycbcr (id, meta);
-    else
-      rgba = cut (read_rgba (id), region);
-      varargout{1} = rgba(:, :, 1:3);
-    endif
-  elseif (nargout == 3)
-    error ("tiffgate:read:notYCbCr",
-           "tiffgate_read: directory %d is not YCbCr; read it with one output", dir);
+  elseif (ycbcr && nargout == 3)
+    [varargout{1:3}] = read_ycbcr (id, meta);
+  elseif (ycbcr)
+    rgba = cut (read_rgba (id), region);
+    varargout{1} = rgba(:, :, 1:3);
   else
-    chunk_layout (meta);  # a directory whose chunks have no size is refused here
+    ## Separate YCbCr planes come as the samples they are.
     varargout{1} = tiffgate ("__readImage__", id, threads, region);
+  endif
+  if (nargout == 2)
+    varargout{2} = [];
+    if (meta.PhotometricInterpretation == 3)
+      varargout{2} = tiffgate ("getField", id, 320);
+    endif
   endif
 endfunction
 
