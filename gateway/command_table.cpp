@@ -67,7 +67,8 @@ const std::vector<CommandEntry>& entry_table() {
       {"__listTags__", 1, 1, handle_list_tags, FileOperand::open},
       // (id, tag): a tag outside the table, as libtiff holds it.
       {"__tagValue__", 2, 2, handle_tag_value, FileOperand::open},
-      // (id, tag, text): a text tag outside the table that libtiff knows.
+      // (id, tag, value): a text tag outside the table that libtiff knows,
+      // or a compression scheme outside setField's list.
       {"__setTag__", 3, 3, handle_set_tag, FileOperand::open},
   };
   return table;

@@ -140,10 +140,19 @@ void handle_tag_value(zvArray* outputs[], int, const zvArray* operands[], TIFF* 
   outputs[0] = number_row(values);
 }
 
-// "__setTag__"(id, tag, text): a text tag outside the table that libtiff
-// knows (GDAL_METADATA and GDAL_NODATA), in the directory being written.
+// "__setTag__"(id, tag, value): what setField does not write in the
+// directory being written: a text tag outside the table that libtiff knows
+// (GDAL_METADATA and GDAL_NODATA), or a Compression scheme outside
+// setField's list that this libtiff build has a codec for (LZMA, ZSTD, WebP).
 void handle_set_tag(zvArray*[], int, const zvArray* operands[], TIFF* tif) {
   const std::uint32_t tag = indexToUInt32(operands[1]);
+  if (tag == TIFFTAG_COMPRESSION) {
+    const std::uint16_t scheme = tagScalarToUInt16(operands[2], "Compression");
+    const bool extra = scheme == COMPRESSION_LZMA || scheme == COMPRESSION_ZSTD || scheme == COMPRESSION_WEBP;
+    if (!extra || !TIFFIsCODECConfigured(scheme)) raise(Tiff::unsupportedCompressionScheme(scheme));
+    if (TIFFSetField(tif, TIFFTAG_COMPRESSION, scheme) != 1) raise(Tiff::unableToWriteTag("Compression"));
+    return;
+  }
   if (find_tag(tag) != nullptr) raise(Tiff::unsupportedTag(tagName(tag), tag));
   const TIFFField* field = TIFFFieldWithTag(tif, tag);
   if (field == nullptr || TIFFFieldDataType(field) != TIFF_ASCII || TIFFFieldPassCount(field))

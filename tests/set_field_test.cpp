@@ -551,4 +551,39 @@ TEST(SetField, ReadOnlyFilesTakeOnlyCodecSettings) {
   EXPECT_EQ(outcome(call("setField", {f.id(), num(256)})), "wrongNumberOfInputs()");
 }
 
+// The tag table as the hosts get it ("__tagNames__"), against libtiff's own
+// names for the same tags; the module's odd spellings are libtiff's too.
+// libtiff names the codec tags once a codec that has them is chosen, and
+// leaves most pseudo-tags unnamed; the GeoTIFF names are the extender's.
+TEST(SetField, TagNamesAreLibtiffs) {
+  const embedded::CallResult r = call("__tagNames__", {}, 2);
+  ASSERT_EQ(outcome(r), "ok");
+  const Array& numbers = r.out(0);
+  const std::vector<Array>& names = r.out(1).cells();
+  ASSERT_EQ(numbers.numel(), 102u);
+  ASSERT_EQ(names.size(), numbers.numel());
+  const std::map<std::uint32_t, std::string> unnamed = {{65537, "JPEGQuality"}, {65538, "JPEGColorMode"},
+                                                        {65557, "ZIPQuality"}};
+  ScratchDir dir;
+  const ModuleFile opened(dir.path("names.tif"), "w");  // the module's handle knows the GeoTIFF tags
+  std::map<std::uint32_t, std::string> libtiff_names;
+  for (int compression : {COMPRESSION_NONE, COMPRESSION_CCITTFAX3, COMPRESSION_CCITTFAX4, COMPRESSION_LZW,
+                          COMPRESSION_JPEG, COMPRESSION_ADOBE_DEFLATE, COMPRESSION_SGILOG}) {
+    ASSERT_TRUE(TIFFSetField(opened.tif(), TIFFTAG_COMPRESSION, compression));
+    for (std::size_t i = 0; i < numbers.numel(); ++i)
+      if (const TIFFField* f = TIFFFindField(opened.tif(), static_cast<std::uint32_t>(numbers.number(i)), TIFF_ANY);
+          f && *TIFFFieldName(f))
+        libtiff_names.emplace(static_cast<std::uint32_t>(numbers.number(i)), TIFFFieldName(f));
+  }
+  for (std::size_t i = 0; i < numbers.numel(); ++i) {
+    const auto tag = static_cast<std::uint32_t>(numbers.number(i));
+    const auto known = libtiff_names.find(tag);
+    EXPECT_EQ(names[i].utf8(), known != libtiff_names.end() ? known->second : unnamed.at(tag)) << tag;
+    if (i > 0) {
+      EXPECT_LT(numbers.number(i - 1), numbers.number(i));
+    }
+  }
+  EXPECT_EQ(libtiff_names.size() + unnamed.size(), numbers.numel());
+}
+
 }  // namespace tiffgate::testing

@@ -12,8 +12,15 @@ function tiffgate_write (file, img, varargin)
   ## IEEE floating point.
   ##
   ## Options (names and text values in any case):
-  ##   "Compression"   "none" (default), "lzw", "deflate", "packbits" or
-  ##                   "jpeg" (uint8 with 1 or 3 samples only).
+  ##   "Compression"   "none" (default), "lzw", "deflate", "packbits",
+  ##                   "jpeg" (uint8 with 1 or 3 samples), "ccittfax3" or
+  ##                   "ccittfax4" (logical images), "zstd", "lzma", or
+  ##                   "webp" (uint8 with 3 or 4 samples), the last three
+  ##                   where this libtiff build has their codecs.
+  ##   "Predictor"     "none" (default), "horizontal" (integer samples) or
+  ##                   "float" (single and double), for "lzw", "deflate",
+  ##                   "zstd" and "lzma": differences between neighbouring
+  ##                   samples, which compress better.
   ##   "JPEGQuality"   1 to 100, for "jpeg" (libtiff's default otherwise).
   ##   "TileSize"      [TL TW]: write tiles of TL rows and TW columns, both
   ##                   multiples of 16.
@@ -44,11 +51,16 @@ function tiffgate_write (file, img, varargin)
   ##                   file if there is none), making a multi-page file.
   ##   "BigTIFF"       true: write a BigTIFF file (ignored when appending to
   ##                   a file that exists, which keeps its own format).
-  ##   "Tags"          further tags as a cell array of {tag number, value}
-  ##                   pairs (an N x 2 cell array, or a cell array of
-  ##                   two-element cell arrays), each value as the "setField"
-  ##                   command takes it, for example
-  ##                   {33550, [0.5 0.5 0]; 33922, [0 0 0 100 200 0]}.
+  ##   "Pages"         true: IMG is a stack, each page a directory of its
+  ##                   own: M x N x P for one sample per pixel, M x N x S x P
+  ##                   for S samples.
+  ##   "Tags"          further tags as a cell array of {tag, value} pairs (an
+  ##                   N x 2 cell array, or a cell array of two-element cell
+  ##                   arrays), each tag by number or by name (see
+  ##                   tiffgate_tags), each value as the "setField" command
+  ##                   takes it, or as text for GDAL_METADATA and
+  ##                   GDAL_NODATA; for example
+  ##                   {"ModelPixelScaleTag", [0.5 0.5 0]; "GDAL_NODATA", "0"}.
   ##
   ## Errors from the module keep their identifiers (Quarn:imagesci:Tiff:...).
   ## When writing a new file fails, the incomplete file is deleted. Before
@@ -58,6 +70,7 @@ function tiffgate_write (file, img, varargin)
   ## Example:
   ##   tiffgate_write ("out.tif", uint8 (magic (64)), "Compression", "deflate");
   ##   tiffgate_write ("pages.tif", rgb, "Append", true, "TileSize", [64 64]);
+  ##   tiffgate_write ("stack.tif", uint16 (rand (64, 64, 10) * 1000), "Pages", true);
   ##
   ## See also: tiffgate_read, tiffgate_info, tiffgate.
 
@@ -67,13 +80,28 @@ function tiffgate_write (file, img, varargin)
   if (! ischar (file) || ! isrow (file))
     error ("tiffgate:write:badFile", "tiffgate_write: FILE must be a file name");
   endif
-  if (! (isnumeric (img) || islogical (img)) || ! isreal (img) || issparse (img)
-      || isempty (img) || ndims (img) > 3)
-    error ("tiffgate:write:badImage",
-           "tiffgate_write: IMG must be a non-empty real M x N or M x N x S numeric or logical array");
-  endif
   opts = parse_options (varargin);
+  if (! (isnumeric (img) || islogical (img)) || ! isreal (img) || issparse (img)
+      || isempty (img) || ndims (img) > 3 + opts.pages)
+    error ("tiffgate:write:badImage",
+           "tiffgate_write: IMG must be a non-empty real M x N or M x N x S numeric or logical array%s",
+           ifelse_text (opts.pages, " (M x N x P or M x N x S x P with \"Pages\")"));
+  endif
+  if (opts.pages)
+    ## One directory a page: the last dimension of a stack.
+    if (ndims (img) == 4)
+      pages = num2cell (img, [1 2 3]);
+    else
+      pages = num2cell (img, [1 2]);
+    endif
+    args = [varargin, {"Pages", false}];
+    for k = 1:numel (pages)
+      tiffgate_write (file, pages{k}, args{:}, "Append", opts.append || k > 1);
+    endfor
+    return;
+  endif
   [bits, sample_format] = sample_layout (class (img));
+  check_codec (opts, class (img), size (img, 3));
   [L, W, S] = size (img);
   [photometric, extra] = photometric_of (opts.photometric, class (img), S, opts.compression);
   if (photometric == 3 && isempty (opts.colormap))
@@ -133,7 +161,7 @@ endfunction
 function opts = parse_options (args)
   opts = struct ("compression", 1, "quality", [], "tilesize", [], "rowsperstrip", [],
                  "photometric", "", "colormap", [], "planar", 1, "append", false,
-                 "bigtiff", false, "tags", {{}});
+                 "bigtiff", false, "tags", {{}}, "predictor", 1, "pages", false);
   if (mod (numel (args), 2) != 0)
     error ("tiffgate:write:badOption", "tiffgate_write: options come in NAME, VALUE pairs");
   endif
@@ -146,7 +174,13 @@ function opts = parse_options (args)
     switch (lower (name))
       case "compression"
         opts.compression = lookup_word (value, name, {"none", 1; "lzw", 5; "deflate", 8;
-                                                      "packbits", 32773; "jpeg", 7});
+                                                      "packbits", 32773; "jpeg", 7; "ccittfax3", 3;
+                                                      "ccittfax4", 4; "lzma", 34925; "zstd", 50000;
+                                                      "webp", 50001});
+      case "predictor"
+        opts.predictor = lookup_word (value, name, {"none", 1; "horizontal", 2; "float", 3});
+      case "pages"
+        opts.pages = true_or_false (value, name);
       case "jpegquality"
         opts.quality = positive_integer (value, name, 100);
       case "tilesize"
@@ -216,11 +250,44 @@ function pairs = tag_pairs (value)
     error ("tiffgate:write:badOption", "tiffgate_write: \"Tags\" must hold {tag number, value} pairs");
   endif
   for k = 1:rows (value)
-    if (! isnumeric (value{k, 1}) || ! isscalar (value{k, 1}))
-      error ("tiffgate:write:badOption", "tiffgate_write: tag numbers in \"Tags\" must be numbers");
+    tag = value{k, 1};
+    if (ischar (tag))
+      value{k, 1} = tiffgate_tags (tag);
+    elseif (! isnumeric (tag) || ! isscalar (tag))
+      error ("tiffgate:write:badOption", "tiffgate_write: tags in \"Tags\" are names or numbers");
     endif
   endfor
   pairs = value;
+endfunction
+
+## The data each compression and predictor takes, refused here with a
+## clear message rather than by libtiff half-way through a file.
+function check_codec (opts, cls, S)
+  c = opts.compression;
+  if (c == 7 && ! (strcmp (cls, "uint8") && any (S == [1 3])))
+    error ("tiffgate:write:badCompression", "tiffgate_write: \"jpeg\" takes uint8 images of 1 or 3 samples");
+  elseif (any (c == [3 4]) && ! (islogical_class (cls) && S == 1))
+    error ("tiffgate:write:badCompression", "tiffgate_write: \"ccittfax3\" and \"ccittfax4\" take logical images");
+  elseif (c == 50001 && ! (strcmp (cls, "uint8") && any (S == [3 4])))
+    error ("tiffgate:write:badCompression", "tiffgate_write: \"webp\" takes uint8 images of 3 or 4 samples");
+  endif
+  floating = any (strcmp (cls, {"single", "double"}));
+  if (opts.predictor != 1 && ! any (c == [5 8 34925 50000]))
+    error ("tiffgate:write:badPredictor", "tiffgate_write: a predictor goes with lzw, deflate, zstd or lzma");
+  elseif ((opts.predictor == 3) != floating && opts.predictor != 1 || (opts.predictor == 2 && islogical_class (cls)))
+    error ("tiffgate:write:badPredictor",
+           "tiffgate_write: \"horizontal\" is for integer samples, \"float\" for single and double");
+  endif
+endfunction
+
+function tf = islogical_class (cls)
+  tf = strcmp (cls, "logical");
+endfunction
+
+function text = ifelse_text (condition, text)
+  if (! condition)
+    text = "";
+  endif
 endfunction
 
 ## Bits per sample and SampleFormat (1 unsigned, 2 signed, 3 floating point).
@@ -334,7 +401,14 @@ function set_tags (id, opts, photometric, extra, bits, sample_format, L, W, S, t
   if (! isempty (extra))
     put (338, extra);
   endif
-  put (259, opts.compression);
+  if (any (opts.compression == [34925 50000 50001]))
+    tiffgate ("__setTag__", id, 259, opts.compression);  # schemes outside setField's list
+  else
+    put (259, opts.compression);
+  endif
+  if (opts.predictor != 1)
+    put (317, opts.predictor);
+  endif
   if (opts.compression == 7)
     if (photometric == 6)
       put (65538, 1);  # JPEGColorMode RGB: libtiff turns the RGB samples into YCbCr
@@ -353,6 +427,10 @@ function set_tags (id, opts, photometric, extra, bits, sample_format, L, W, S, t
     tiffgate ("setField", id, 320, opts.colormap);
   endif
   for k = 1:rows (opts.tags)
-    tiffgate ("setField", id, opts.tags{k, 1}, opts.tags{k, 2});
+    if (any (opts.tags{k, 1} == [42112 42113]))
+      tiffgate ("__setTag__", id, opts.tags{k, 1}, opts.tags{k, 2});
+    else
+      tiffgate ("setField", id, opts.tags{k, 1}, opts.tags{k, 2});
+    endif
   endfor
 endfunction
