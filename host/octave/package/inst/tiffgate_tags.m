@@ -34,7 +34,7 @@ function out = tiffgate_tags (tag)
     k = find (strcmpi (tag, names), 1);
     if (! isempty (k))
       out = numbers(k);
-    elseif (! isempty (regexp (tag, '^Tag\d{1,5}$', "once")) && str2double (tag(4:end)) < 65536)
+    elseif (! isempty (regexpi (tag, '^Tag\d{1,5}$', "once")) && str2double (tag(4:end)) < 65536)
       out = str2double (tag(4:end));
     else
       error ("tiffgate:tags:unknownName", "tiffgate_tags: no tag is named \"%s\"", tag);
