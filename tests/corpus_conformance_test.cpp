@@ -13,7 +13,6 @@
 #include "support/write_files.h"
 #include "support/image_files.h"
 #include "shell/sha256.h"
-#include "support/tag_files.h"
 #include "support/tiff_files.h"
 #include "tags/tag_table.h"
 

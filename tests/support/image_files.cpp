@@ -214,19 +214,6 @@ std::vector<Expected> arrange_libtiff_chunk(TIFF* tif, std::uint32_t index, cons
   });
 }
 
-std::vector<Expected> pattern_chunk(const ImageSpec& image_spec, TIFF* tif, std::uint32_t index) {
-  const Tags t = tags_of(tif);
-  const ChunkPlace p = chunk_place(tif, index);
-  if (t.ycbcr())
-    return arrange(t, p, [&](unsigned plane, std::uint32_t r, std::uint32_t c) {
-      if (plane == 0) return pattern(image_spec, p.row0 + r, p.column0 + c, 0);
-      return pattern(image_spec, p.row0 / t.v + r, p.column0 / t.h + c, static_cast<std::uint16_t>(plane));
-    });
-  return arrange(t, p, [&](unsigned k, std::uint32_t r, std::uint32_t c) {
-    return pattern(image_spec, p.row0 + r, p.column0 + c, static_cast<std::uint16_t>(p.plane + k));
-  });
-}
-
 std::string compare_outputs(const embedded::CallResult& result, const std::vector<Expected>& expected) {
   if (!result.ok()) return "error " + result.error_id();
   for (std::size_t i = 0; i < expected.size(); ++i) {

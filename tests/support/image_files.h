@@ -55,9 +55,6 @@ std::vector<Expected> libtiff_chunk(TIFF* tif, std::uint32_t index);
 tmsize_t read_libtiff_chunk(TIFF* tif, std::uint32_t index, std::vector<unsigned char>& chunk);
 std::vector<Expected> arrange_libtiff_chunk(TIFF* tif, std::uint32_t index, const std::vector<unsigned char>& chunk);
 
-/// The same arrays built from pattern() for a file written by write_image.
-std::vector<Expected> pattern_chunk(const ImageSpec& image_spec, TIFF* tif, std::uint32_t index);
-
 /// Empty when the call's outputs have exactly these dimensions and bytes;
 /// otherwise what differs first.
 std::string compare_outputs(const embedded::CallResult& result, const std::vector<Expected>& expected);
