@@ -520,5 +520,103 @@ TEST(corpus_conformance, whole_images_are_the_same_on_any_number_of_threads) {
   EXPECT_GE(read, 160u);
 }
 
+/// A whole image (L x W x S, column-major) as tifffile lays it out, C order:
+/// L x W x S, or S x L x W for separate planes; 16-bit floating point as
+/// the half-precision bytes the file holds.
+std::string c_order_sha256(const Array& image, bool planes_first, bool half) {
+  const std::size_t L = image.dims()[0], W = image.dims()[1], S = image.dims().size() > 2 ? image.dims()[2] : 1;
+  const std::size_t es = half ? 2 : image.element_size();
+  std::vector<unsigned char> out;
+  const auto put = [&](std::size_t r, std::size_t c, std::size_t k) {
+    const auto* e = static_cast<const unsigned char*>(image.data()) + (r + c * L + k * L * W) * image.element_size();
+    if (!half) return out.insert(out.end(), e, e + es), void();
+    float f;
+    std::memcpy(&f, e, 4);
+    std::uint32_t b;
+    std::memcpy(&b, &f, 4);  // exact: every value came from a half
+    const std::uint32_t exponent = b >> 23 & 0xFF;
+    const std::uint16_t h = static_cast<std::uint16_t>(
+        (b >> 16 & 0x8000) | (exponent == 0 ? 0 : exponent == 0xFF ? 0x7C00 : (exponent - 112) << 10) | (b >> 13 & 0x3FF));
+    out.push_back(static_cast<unsigned char>(h)), out.push_back(static_cast<unsigned char>(h >> 8));
+  };
+  if (planes_first)
+    for (std::size_t k = 0; k < S; ++k)
+      for (std::size_t r = 0; r < L; ++r)
+        for (std::size_t c = 0; c < W; ++c) put(r, c, k);
+  else
+    for (std::size_t r = 0; r < L; ++r)
+      for (std::size_t c = 0; c < W; ++c)
+        for (std::size_t k = 0; k < S; ++k) put(r, c, k);
+  return sha256_hex(out.data(), out.size());
+}
+
+// The whole-image read returns what the read commands refuse, each sample
+// as stored: integers of every width, 64-bit ones, floating point of 16 and
+// 24 bits, LogLuv as floating point, separate YCbCr planes, a directory
+// without PhotometricInterpretation; against tifffile's decode
+// (REFERENCE.csv), libtiff's own, or the same picture at another depth.
+TEST(corpus_conformance, whole_images_of_every_sample_kind) {
+  std::map<std::string, std::string> reference;
+  for (const CsvRow& row : read_csv(corpus_dir() + "/REFERENCE.csv"))
+    if (row.at("directory") == "0") reference[row.at("file")] = row.at("sha256");
+  const auto image = [](const std::string& name) {
+    const Array id = open_file(corpus_dir() + "/" + name);
+    const CallResult r = call("__readImage__", {id, num(2)});
+    call("close", {id});
+    EXPECT_EQ(outcome(r), "ok") << name;
+    return r.ok() ? r.out() : Array();
+  };
+  const struct {
+    const char* file;
+    zvClassID cls;
+    bool planes, half;
+  } digests[] = {{"imagetiff-uint64-gradient.tiff", zvUINT64_CLASS, false, false},
+                 {"imagetiff-uint64-rgb-gradient.tiff", zvUINT64_CLASS, false, false},
+                 {"libtiffnet-tiger-rgb-tile-contig-64.tif", zvUINT64_CLASS, false, false},
+                 {"imagetiff-float16-deflate.tiff", zvSINGLE_CLASS, false, true},
+                 {"twelvemonkeys-float16-rgb-icc.tif", zvSINGLE_CLASS, false, true},
+                 {"pillow-float32-no-photometric.tiff", zvSINGLE_CLASS, false, false},
+                 {"libtiffnet-ycbcr-separate-08.tif", zvUINT8_CLASS, true, false}};
+  for (const auto& d : digests) {
+    const Array a = image(d.file);
+    EXPECT_EQ(a.class_id(), d.cls) << d.file;
+    EXPECT_EQ(c_order_sha256(a, d.planes, d.half), reference.at(d.file)) << d.file;
+  }
+  // The same picture at 2 to 24 bits: each sample the 32-bit one's value
+  // scaled to its range, to within a step; floating point of 24 bits to
+  // within half precision of 16.
+  const Array base = image("imagetiff-flower-minisblack-32.tif");
+  const struct {
+    const char* file;
+    zvClassID cls;
+    unsigned bits;
+  } depths[] = {{"imagetiff-flower-minisblack-02.tif", zvUINT8_CLASS, 2},
+                {"imagetiff-flower-minisblack-04.tif", zvUINT8_CLASS, 4},
+                {"imagetiff-flower-minisblack-12.tif", zvUINT16_CLASS, 12},
+                {"imagetiff-flower-minisblack-24.tif", zvUINT32_CLASS, 24}};
+  for (const auto& d : depths) {
+    const Array a = image(d.file);
+    ASSERT_EQ(a.class_id(), d.cls) << d.file;
+    ASSERT_EQ(a.numel(), base.numel());
+    double worst = 0;
+    for (std::size_t i = 0; i < a.numel(); ++i)
+      worst = std::max(worst, std::abs(a.number(i) / (std::ldexp(1, d.bits) - 1) - base.number(i) / 4294967295.0));
+    EXPECT_LE(worst, 1 / (std::ldexp(1, std::min(d.bits, 8u)) - 1) + 1e-9) << d.file;
+  }
+  const Array f24 = image("libtiffnet-tiger-float24-strip.tif"), f16 = image("libtiffnet-tiger-float16-strip.tif");
+  EXPECT_LE(compare(f24, f16).largest, std::ldexp(1, -10));
+  // LogLuv as libtiff decodes it once asked for floating point.
+  const std::string luv = corpus_dir() + "/imagetiff-pics-off-luv24.tif";
+  const Array a = image("imagetiff-pics-off-luv24.tif");
+  TiffHandle ref(luv, "r");
+  TIFFSetField(ref, TIFFTAG_SGILOGDATAFMT, SGILOGDATAFMT_FLOAT);
+  std::vector<float> strip(static_cast<std::size_t>(TIFFStripSize(ref)) / 4);
+  ASSERT_GT(TIFFReadEncodedStrip(ref, 0, strip.data(), -1), 0);
+  ASSERT_EQ(a.dims().size(), 3u);
+  const std::size_t W = a.dims()[1], L = a.dims()[0];
+  for (std::size_t c = 0; c < W; c += 37)
+    for (std::size_t k = 0; k < 3; ++k) EXPECT_EQ(a.number(c * L + k * L * W), strip[c * 3 + k]) << c;
+}
+
 }  // namespace
 }  // namespace tiffgate::testing

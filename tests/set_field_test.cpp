@@ -586,4 +586,46 @@ TEST(SetField, TagNamesAreLibtiffs) {
   EXPECT_EQ(libtiff_names.size() + unnamed.size(), numbers.numel());
 }
 
+// The tag entries of the hosts: the tags a directory holds as tiffdump
+// finds them in the file, a tag outside the table as it was written (an
+// unknown one, and GDAL's text tags written through "__setTag__"), and
+// what "__setTag__" refuses.
+TEST(SetField, TagsOutsideTheTable) {
+  ScratchDir dir;
+  const std::string path = dir.path("private.tif");
+  write_file_with_private_tag(path, 1, 0);  // 8 x 2 grey, tag 65000 "private"
+  {
+    GatewayFile f(path, "r+");
+    const struct {
+      double tag;
+      Array value;
+      const char* expected;
+    } writes[] = {{42113, str("-9999"), "ok"},
+                  {42112, str("<GDALMetadata/>"), "ok"},
+                  {42113, num(1), "argumentWasNotChar('42113')"},
+                  {270, str("x"), "unsupportedTag('ImageDescription', 270)"},
+                  {65001, str("x"), "unrecognizedTagNumber(65001)"},
+                  {259, num(COMPRESSION_LZW), "unsupportedCompressionScheme(5)"},
+                  {259, num(COMPRESSION_ZSTD), "ok"},
+                  {259, num(COMPRESSION_NONE), "unsupportedCompressionScheme(1)"}};
+    for (const auto& w : writes)
+      EXPECT_EQ(outcome(call("__setTag__", {f.id(), num(w.tag), w.value})), w.expected) << w.tag;
+    TIFFSetField(f.tif(), TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+    ASSERT_EQ(outcome(call("rewriteDirectory", {f.id()})), "ok");
+  }
+  const GatewayFile f(path, "r");
+  std::vector<double> dumped_tags;
+  for (const auto& [tag, value] : dumped(path)) dumped_tags.push_back(tag);
+  const embedded::CallResult listed = call("__listTags__", {f.id()});
+  ASSERT_EQ(outcome(listed), "ok");
+  EXPECT_EQ(compare(listed.out(), Array::of(zvDOUBLE_CLASS, {1, dumped_tags.size()}, dumped_tags)).mismatch, "");
+  const struct {
+    double tag;
+    const char* expected;
+  } reads[] = {{65000, "private"}, {42113, "-9999"}, {42112, "<GDALMetadata/>"}};
+  for (const auto& r : reads) EXPECT_EQ(call("__tagValue__", {f.id(), num(r.tag)}).out().utf8(), r.expected) << r.tag;
+  EXPECT_EQ(outcome(call("__tagValue__", {f.id(), num(256)})), "unsupportedTag('ImageWidth', 256)");
+  EXPECT_EQ(outcome(call("__tagValue__", {f.id(), num(65002)})), "tagRetrievalFailed('65002')");
+}
+
 }  // namespace tiffgate::testing
