@@ -17,14 +17,15 @@
 
 namespace tiffgate::fuzz::program {
 
-/// The 25 commands, the whole-image entries, then words that are no command
+/// The 25 commands, the hosts' entries, then words that are no command
 /// (an empty word, other case, a trailing blank, a trailing NUL).
 inline constexpr std::string_view kWords[] = {
     "close", "computeStrip", "computeTile", "currentDirectory", "getField", "getVersion", "isTiled",
     "lastDirectory", "numberOfStrips", "numberOfTiles", "open", "readDirectory", "readEncodedStrip",
     "readEncodedTile", "readRGBAImage", "readRGBAStrip", "readRGBATile", "rewriteDirectory",
     "retrieveMetadata", "setDirectory", "setField", "setSubDirectory", "writeDirectory",
-    "writeEncodedStrip", "writeEncodedTile", "__readImage__", "__writeImage__", "", "Close", "close ",
+    "writeEncodedStrip", "writeEncodedTile", "__readImage__", "__writeImage__", "__tagNames__", "__listTags__",
+    "__tagValue__", "__setTag__", "", "Close", "close ",
     std::string_view("close\0", 6)};
 inline constexpr std::size_t kWordCount = std::size(kWords);
 /// Word choices past the words: a call with no inputs at all, and one whose
@@ -82,6 +83,10 @@ inline constexpr Signature kSignatures[] = {
     {"writeEncodedTile", {R::Id, R::Number, R::Image, R::Image, R::Image}},
     {"__readImage__", {R::Id, R::Number, R::Value}},
     {"__writeImage__", {R::Id, R::Image, R::Number}},
+    {"__tagNames__", {}},
+    {"__listTags__", {R::Id}},
+    {"__tagValue__", {R::Id, R::Tag}},
+    {"__setTag__", {R::Id, R::Tag, R::Value}},
 };
 
 constexpr Role role_of(std::string_view word, std::size_t position) {
