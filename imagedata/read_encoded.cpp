@@ -147,19 +147,15 @@ float bits_as_single(std::uint32_t bits) {
   return f;
 }
 
-float half_to_single(std::uint32_t h) {
-  const std::uint32_t sign = (h & 0x8000u) << 16, exponent = h >> 10 & 0x1F, mantissa = h & 0x3FF;
-  if (exponent == 0x1F) return bits_as_single(sign | 0x7F800000u | mantissa << 13);
-  if (exponent != 0) return bits_as_single(sign | (exponent + 112) << 23 | mantissa << 13);
-  const float tiny = std::ldexp(static_cast<float>(mantissa), -24);  // subnormal
-  return sign ? -tiny : tiny;
-}
-
-float float24_to_single(std::uint32_t f) {
-  const std::uint32_t sign = (f & 0x800000u) << 8, exponent = f >> 16 & 0x7F, mantissa = f & 0xFFFF;
-  if (exponent == 0x7F) return bits_as_single(sign | 0x7F800000u | mantissa << 7);
-  if (exponent != 0) return bits_as_single(sign | (exponent + 64) << 23 | mantissa << 7);
-  const float tiny = std::ldexp(static_cast<float>(mantissa), -78);  // subnormal
+/// A floating-point value of a sign bit, `e` exponent bits and `m` mantissa
+/// bits (IEEE half precision: 5 and 10; the 24-bit format: 7 and 16) as
+/// single precision, which holds every such value exactly.
+float narrow_float_to_single(std::uint32_t v, unsigned e, unsigned m) {
+  const std::uint32_t top = (1u << e) - 1, bias = top >> 1;
+  const std::uint32_t sign = (v >> (e + m) & 1u) << 31, exponent = v >> m & top, mantissa = v & ((1u << m) - 1);
+  if (exponent == top) return bits_as_single(sign | 0x7F800000u | mantissa << (23 - m));
+  if (exponent != 0) return bits_as_single(sign | (exponent - bias + 127) << 23 | mantissa << (23 - m));
+  const float tiny = std::ldexp(static_cast<float>(mantissa), 1 - static_cast<int>(bias + m));  // subnormal
   return sign ? -tiny : tiny;
 }
 
@@ -184,8 +180,9 @@ void store_widened(const ChunkBuffer& chunk, const ChunkShape& shape, unsigned b
           case zvINT32_CLASS: static_cast<std::int32_t*>(out)[i] = static_cast<std::int32_t>(v << (32 - bits)) >> (32 - bits); break;
           case zvINT64_CLASS: static_cast<std::int64_t*>(out)[i] = static_cast<std::int64_t>(v << (64 - bits)) >> (64 - bits); break;
           case zvSINGLE_CLASS:
-            static_cast<float*>(out)[i] = samples.widening == Widening::half ? half_to_single(static_cast<std::uint32_t>(v))
-                                                                              : float24_to_single(static_cast<std::uint32_t>(v));
+            static_cast<float*>(out)[i] = samples.widening == Widening::half
+                                              ? narrow_float_to_single(static_cast<std::uint32_t>(v), 5, 10)
+                                              : narrow_float_to_single(static_cast<std::uint32_t>(v), 7, 16);
             break;
           default: raise(Tiff::unhandledBitsPerSample(bits));
         }
