@@ -1,4 +1,4 @@
-// The GeoTIFF tag extender. Its own executable, so that libtiff's
+// The tag extender (the GeoTIFF tags and GDAL's two text tags). Its own executable, so that libtiff's
 // process-wide extender is fresh: the test installs an extender of its own
 // before the module's first "open", as a host or another module could.
 // getField is not the subject here: tags are checked through libtiff on the
@@ -47,6 +47,7 @@ constexpr GeoField kGeoFields[] = {
     {33550, "ModelPixelScaleTag", TIFF_DOUBLE, 1}, {34264, "ModelTransformationTag", TIFF_DOUBLE, 1},
     {33922, "ModelTiepointTag", TIFF_DOUBLE, 1},   {34735, "GeoKeyDirectoryTag", TIFF_SHORT, 1},
     {34736, "GeoDoubleParamsTag", TIFF_DOUBLE, 1}, {34737, "GeoASCIIParamsTag", TIFF_ASCII, 0},
+    {42112, "GDAL_METADATA", TIFF_ASCII, 0},       {42113, "GDAL_NODATA", TIFF_ASCII, 0},
 };
 
 void expect_geotiff_fields(TIFF* tif) {
