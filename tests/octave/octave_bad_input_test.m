@@ -53,7 +53,8 @@ function octave_bad_input_test ()
 
   basic_reads = {"numberOfStrips", 1; "numberOfTiles", 1; "isTiled", 1; "computeStrip", 3;
                  "computeTile", 3; "getField", 2; "readEncodedStrip", 2; "readEncodedTile", 3;
-                 "readRGBAImage", 1; "readRGBAStrip", 2; "readRGBATile", 3};
+                 "readRGBAImage", 1; "readRGBAStrip", 2; "readRGBATile", 3; "__readImage__", 3;
+                 "__listTags__", 1; "__tagValue__", 2};
   ids = [zero_ids, forged_ids, num2cell(readers), {updater, empty}];
   for k = 1:rows (basic_reads)
     log = sweep (log, basic_reads{k, 1}, basic_reads{k, 2}, ids, values);
@@ -61,6 +62,7 @@ function octave_bad_input_test ()
   ids = [zero_ids, forged_ids, {readers(1), updater, empty}];
   log = sweep (log, "writeEncodedStrip", 5, ids, values);
   log = sweep (log, "writeEncodedTile", 5, ids, values);
+  log = sweep (log, "__setTag__", 3, ids, values);
 
   ## setField last, each on a file of its own: a value it accepts stays in
   ## that directory only, and no data command reads it afterwards.
