@@ -49,6 +49,46 @@ TEST(gateway_test, operand_counts_outside_the_limits_are_refused) {
     EXPECT_EQ(outcome(call(r.word, std::vector<Array>(r.count, num(0)))), std::string(r.expected) + "()") << r.word;
 }
 
+// Every command that takes a file refuses, before libtiff sees it, an
+// identifier that names no file open now: one closed while a later file may
+// have taken its handle's address, made-up values, an open file's value in
+// another class or shape. 0 is badFileId; "close" is silent about the rest.
+TEST(gateway_test, every_command_refuses_identifiers_of_no_open_file) {
+  ScratchDir dir;
+  write_multi_directory_file(dir.path("a.tif"), 2);
+  const Array closed = open_file(dir.path("a.tif"));
+  ASSERT_TRUE(call("close", {closed}).ok());
+  const Array later = open_file(dir.path("a.tif"), "r+");
+  const std::uint64_t live = later.at<std::uint64_t>(0);
+  const Array strip = Array::of<std::uint8_t>(zvUINT8_CLASS, {1, 1}, {7});
+  const std::vector<std::pair<const char*, std::vector<Array>>> commands = {
+      {"computeStrip", {num(0)}}, {"computeTile", {num(0), num(0)}}, {"currentDirectory", {}},
+      {"getField", {num(256)}}, {"isTiled", {}}, {"lastDirectory", {}}, {"numberOfStrips", {}},
+      {"numberOfTiles", {}}, {"readDirectory", {}}, {"readEncodedStrip", {num(0)}}, {"readEncodedTile", {num(0)}},
+      {"readRGBAImage", {}}, {"readRGBAStrip", {num(0)}}, {"readRGBATile", {num(0), num(0)}},
+      {"rewriteDirectory", {}}, {"retrieveMetadata", {}}, {"setDirectory", {num(1)}},
+      {"setField", {num(270), str("lost")}}, {"setSubDirectory", {num(8)}}, {"writeDirectory", {}},
+      {"writeEncodedStrip", {num(0), strip}}, {"writeEncodedTile", {num(0), strip}}, {"__readImage__", {}},
+      {"__writeImage__", {strip, num(1)}}, {"__listTags__", {}}, {"__tagValue__", {num(42113)}},
+      {"__setTag__", {num(42113), str("0")}}, {"close", {}}};
+  const std::vector<std::pair<Array, const char*>> identifiers = {
+      {closed, "invalidFileId"}, {Array::uint64(8), "invalidFileId"}, {Array::uint64(UINT64_MAX), "invalidFileId"},
+      {Array::uint64(live + 1), "invalidFileId"}, {num(static_cast<double>(live)), "invalidFileId"},
+      {Array::of<std::uint64_t>(zvUINT64_CLASS, {1, 2}, {live, live}), "invalidFileId"},
+      {Array::uint64(0), "badFileId"}, {num(0), "badFileId"}, {Array(), "badFileId"}};
+  for (const auto& [command, rest] : commands)
+    for (const auto& [id, kind] : identifiers) {
+      std::vector<Array> operands = {id};
+      operands.insert(operands.end(), rest.begin(), rest.end());
+      const bool silent = std::string(command) == "close" && std::string(kind) != "badFileId";
+      EXPECT_EQ(outcome(call(command, operands)), silent ? "ok" : std::string(kind) + "()") << command;
+    }
+  // The later file saw none of it: open, in its first directory, untouched.
+  EXPECT_EQ(call("currentDirectory", {later}).out().number(), 1);
+  EXPECT_EQ(outcome(call("getField", {later, num(270)})), "tagRetrievalFailed('ImageDescription')");
+  ASSERT_TRUE(call("close", {later}).ok());
+}
+
 TEST(gateway_test, lookup_is_exact_and_case_sensitive) {
   const std::string words[] = {"Close", "CLOSE", "close ", " close", "clos", "closeX", "open\t",
                                std::string("close\0", 6), "getversion", "", "\xC3\xA9"};

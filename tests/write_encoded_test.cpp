@@ -5,6 +5,7 @@
 // refused operands; files decoded by libtiff alone. Every layout's round
 // trip is in image_round_trip_test.cpp.
 
+#include "support/foundation.h"
 #include "support/image_files.h"
 #include "support/write_files.h"
 
@@ -405,4 +406,49 @@ TEST(write_buffer, only_the_data_and_zeros_reach_the_file) {
               << "strip " << strip << " r " << r << " c " << c << " k " << k;
         }
   }
+}
+
+// A write refused midway, however refused, leaves the file as it was: it
+// closes through the module, and libtiff alone reads the tags and the two
+// strips written before, with and without compression (a codec holds state
+// between strips). A file open for reading is left byte for byte.
+TEST(write_safety, refusals_midway_keep_what_was_written) {
+  ScratchDir dir;
+  const auto strip = [](std::uint32_t s) {
+    return u8({4, 16}, [s](auto r, auto c, auto) { return std::uint8_t(s * 64 + r * 16 + c + 7); });
+  };
+  const std::vector<std::function<tiffgate::embedded::CallResult(const ModuleFile&)>> refusals = {
+      [](const ModuleFile& f) { return f.write(false, num(2), {Array(zvDOUBLE_CLASS, {4, 16})}); },
+      [](const ModuleFile& f) { return f.write(false, num(2), {Array(zvUINT8_CLASS, {4, 16, 2})}); },
+      [&](const ModuleFile& f) { return f.write(false, num(2), {strip(2), strip(2)}); },
+      [&](const ModuleFile& f) { return f.write(false, num(4), {strip(2)}); },
+      [&](const ModuleFile& f) { return f.write(false, num(-1), {strip(2)}); },
+      [&](const ModuleFile& f) { return f.write(true, num(2), {strip(2)}); },
+      [](const ModuleFile& f) { return f.set(258, num(12)); }};
+  for (const std::uint16_t compression : {COMPRESSION_NONE, COMPRESSION_ADOBE_DEFLATE})
+    for (std::size_t k = 0; k < refusals.size(); ++k) {
+      SCOPED_TRACE(std::to_string(k) + (compression == COMPRESSION_NONE ? "" : ", Deflate"));
+      const std::string path = dir.path("midway.tif");
+      {
+        ModuleFile f(path);
+        set_image_tags(f.tif(), image(16, 16, 8, SAMPLEFORMAT_UINT, 1, 4, 0, compression));
+        for (std::uint32_t s : {0u, 1u}) ASSERT_TRUE(f.write(false, num(s), {strip(s)}).ok());
+        ASSERT_FALSE(refusals[k](f).ok());
+        EXPECT_EQ(outcome(tiffgate::embedded::call("close", {f.id()})), "ok");
+      }
+      TiffHandle back(path, "r");
+      EXPECT_EQ(TIFFNumberOfStrips(back), 4u);
+      for (std::uint32_t s : {0u, 1u}) {
+        std::vector<std::uint8_t> bytes(64);
+        ASSERT_EQ(TIFFReadEncodedStrip(back, s, bytes.data(), 64), 64);
+        for (std::size_t i = 0; i < 64; ++i) EXPECT_EQ(bytes[i], std::uint8_t(s * 64 + i + 7)) << s << ", " << i;
+      }
+    }
+  const std::vector<unsigned char> before = file_bytes(dir.path("midway.tif"));
+  {
+    ModuleFile f(dir.path("midway.tif"), "r");
+    EXPECT_EQ(outcome(f.write(false, num(0), {strip(0)})), "stripWriteFailure(1)");
+    EXPECT_EQ(outcome(f.set(270, Array::text("x"))), "cannotWriteInReadMode()");
+  }
+  EXPECT_EQ(file_bytes(dir.path("midway.tif")), before);
 }
