@@ -109,6 +109,52 @@ TEST(read_encoded, chunks_larger_than_memory_are_refused_before_allocating) {
   }
 }
 
+// The whole-image entry's operands, and samples of widths only it reads
+// (files written with libtiff, each chunk's byte i being i): 24 bits signed,
+// 40 unsigned, 48 signed, as stored, sign included; values worked out by hand
+// from the bytes.
+TEST(read_image, operands_and_widths_the_commands_refuse) {
+  ScratchDir dir;
+  const ModuleFile f(plain_file(dir, "strips.tif", 8, U), "r");  // 32 x 20
+  const struct {
+    std::vector<Array> operands;
+    const char* expected;
+  } calls[] = {{{str("x")}, "argumentOutOfBounds()"},
+               {{num(-1)}, "argumentOutOfBounds()"},
+               {{num(1.5)}, "argumentOutOfBounds()"},
+               {{num(4097)}, "argumentOutOfBounds()"},
+               {{num(1), Array::row({1, 2, 3})}, "argumentOutOfBounds()"},
+               {{num(1), str("abcd")}, "argumentOutOfBounds()"},
+               {{num(1), Array::row({0, 1, 1, 1})}, "argumentOutOfBounds()"},
+               {{num(1), Array::row({2, 1, 1, 1})}, "argumentOutOfBounds()"},
+               {{num(1), Array::row({1, 21, 1, 1})}, "argumentOutOfBounds()"},
+               {{num(1), Array::row({1, 20, 1, 33})}, "argumentOutOfBounds()"},
+               {{num(4096), Array::row({20, 20, 32, 32})}, "ok"},
+               {{num(0), Array()}, "ok"}};
+  for (const auto& c : calls) {
+    std::vector<Array> operands = {f.id()};
+    operands.insert(operands.end(), c.operands.begin(), c.operands.end());
+    EXPECT_EQ(outcome(call("__readImage__", operands)), c.expected);
+  }
+  const struct {
+    std::uint16_t bits, format;
+    zvClassID cls;
+    std::size_t row, column;
+    double value;
+  } widths[] = {{24, I, zvINT32_CLASS, 0, 0, 131328},           {24, I, zvINT32_CLASS, 1, 10, -8355970},
+                {40, U, zvUINT64_CLASS, 0, 0, 17230332160.0},   {48, I, zvINT64_CLASS, 0, 0, 5514788471040.0},
+                {48, I, zvINT64_CLASS, 0, 21, -136878435041410.0}};
+  for (const auto& w : widths) {
+    const ModuleFile g(plain_file(dir, "w" + std::to_string(w.bits) + ".tif", w.bits, w.format), "r");
+    const embedded::CallResult r = call("__readImage__", {g.id()});
+    ASSERT_EQ(outcome(r), "ok") << w.bits;
+    EXPECT_EQ(r.out().class_id(), w.cls);
+    EXPECT_EQ(r.out().number(w.row + w.column * 20), w.value) << w.bits;
+  }
+  const ModuleFile f8(plain_file(dir, "f8.tif", 8, F), "r");
+  EXPECT_EQ(outcome(call("__readImage__", {f8.id()})), "badSampleFormatBitsPerSampleCombination(3, 8)");
+}
+
 // --- RGBA reads ---------------------------------------------------------------
 
 /// Empty when the call returned a 4 x width x length uint8 array holding

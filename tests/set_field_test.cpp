@@ -588,6 +588,45 @@ TEST(SetField, TagsOutsideTheTable) {
     const char* expected;
   } reads[] = {{65000, "private"}, {42113, "-9999"}, {42112, "<GDALMetadata/>"}};
   for (const auto& r : reads) EXPECT_EQ(call("__tagValue__", {f.id(), num(r.tag)}).out().utf8(), r.expected) << r.tag;
+  // Numbers of every type, from private tags libtiff wrote (and the reader
+  // meets as unknown ones).
+  const std::string numbers = dir.path("numbers.tif");
+  {
+    static const TIFFFieldInfo kTypes[] = {
+        {65010, -3, -3, TIFF_BYTE, FIELD_CUSTOM, 1, 1, const_cast<char*>("B")},
+        {65011, -3, -3, TIFF_SBYTE, FIELD_CUSTOM, 1, 1, const_cast<char*>("SB")},
+        {65012, -3, -3, TIFF_SHORT, FIELD_CUSTOM, 1, 1, const_cast<char*>("S")},
+        {65013, -3, -3, TIFF_SSHORT, FIELD_CUSTOM, 1, 1, const_cast<char*>("SS")},
+        {65014, -3, -3, TIFF_LONG, FIELD_CUSTOM, 1, 1, const_cast<char*>("L")},
+        {65015, -3, -3, TIFF_SLONG, FIELD_CUSTOM, 1, 1, const_cast<char*>("SL")},
+        {65016, -3, -3, TIFF_FLOAT, FIELD_CUSTOM, 1, 1, const_cast<char*>("F")},
+        {65017, -3, -3, TIFF_DOUBLE, FIELD_CUSTOM, 1, 1, const_cast<char*>("D")},
+        {65018, -3, -3, TIFF_RATIONAL, FIELD_CUSTOM, 1, 1, const_cast<char*>("R")}};
+    TiffHandle out(numbers, "w");
+    set_basic_tags(out, 4, 2);
+    ASSERT_EQ(TIFFMergeFieldInfo(out, kTypes, 9), 0);
+    const std::uint8_t b[] = {1, 255};
+    const std::int8_t sb[] = {-128, 7};
+    const std::uint16_t u16[] = {65535, 2};
+    const std::int16_t s16[] = {-32768, 3};
+    const std::uint32_t u32[] = {4294967295u, 4};
+    const std::int32_t s32[] = {-2147483647 - 1, 5};
+    const float f32[] = {0.25f, -6};
+    const double f64[] = {1e300, -7.5};
+    const float rational[] = {0.125f, 9};
+    const void* values[] = {b, sb, u16, s16, u32, s32, f32, f64, rational};
+    for (std::uint32_t i = 0; i < 9; ++i) ASSERT_TRUE(TIFFSetField(out, 65010 + i, 2u, values[i])) << i;
+    write_chunks(out, [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
+  }
+  const GatewayFile n(numbers, "r");
+  const std::vector<std::vector<double>> expected = {{1, 255},    {-128, 7},          {65535, 2},
+                                                     {-32768, 3}, {4294967295.0, 4},  {-2147483648.0, 5},
+                                                     {0.25, -6},  {1e300, -7.5},      {0.125, 9}};
+  for (std::uint32_t i = 0; i < 9; ++i) {
+    const Comparison c = compare(call("__tagValue__", {n.id(), num(65010 + i)}).out(),
+                                 Array::of(zvDOUBLE_CLASS, {1, 2}, expected[i]));
+    EXPECT_EQ(c.mismatch + (c.largest == 0 ? "" : " differs"), "") << 65010 + i;
+  }
   EXPECT_EQ(outcome(call("__tagValue__", {f.id(), num(256)})), "unsupportedTag('ImageWidth', 256)");
   EXPECT_EQ(outcome(call("__tagValue__", {f.id(), num(65002)})), "tagRetrievalFailed('65002')");
 }
