@@ -75,10 +75,8 @@ void handle_list_tags(zvArray* outputs[], int, const zvArray*[], TIFF* tif) {
   std::set<std::uint32_t> held;
   for (const auto& [number, name] : TagNameTable())
     if (number < 65536 && !alias(number) && holds(tif, number)) held.insert(number);
-  for (int i = 0, n = TIFFGetTagListCount(tif); i < n; ++i) {
-    const std::uint32_t tag = TIFFGetTagListEntry(tif, i);
-    if (tag < 65536) held.insert(tag);
-  }
+  // Codec settings are never among the custom tags a file's directory set.
+  for (int i = 0, n = TIFFGetTagListCount(tif); i < n; ++i) held.insert(TIFFGetTagListEntry(tif, i));
   outputs[0] = number_row(std::vector<double>(held.begin(), held.end()));
 }
 

@@ -177,6 +177,24 @@ TEST(gateway_test, libtiff_messages_become_warnings_after_a_successful_call_only
   EXPECT_GE(count_libtiff(back), 1u);
   EXPECT_TRUE(call("close", {id}).ok());
 
+  // 70 unknown tags: 64 of libtiff's warnings are kept, the rest counted.
+  {
+    TiffHandle out(dir.path("many.tif"), "w");
+    set_basic_tags(out, 4, 2);
+    for (std::uint32_t tag = 65100; tag < 65170; ++tag) {
+      const TIFFFieldInfo field = {tag, 1, 1, TIFF_SHORT, FIELD_CUSTOM, 1, 0, const_cast<char*>("Private")};
+      ASSERT_EQ(TIFFMergeFieldInfo(out, &field, 1), 0);  // libtiff keeps a copy
+      ASSERT_TRUE(TIFFSetField(out, tag, 7));
+    }
+    write_chunks(out, [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
+  }
+  const auto many = call("open", {str(dir.path("many.tif")), str("r")});
+  ASSERT_TRUE(many.ok());
+  ASSERT_EQ(many.warnings.size(), 65u);
+  EXPECT_EQ(count_libtiff(many), 65u);
+  EXPECT_EQ(many.warnings.back().message, "6 more libtiff messages were not kept");
+  call("close", {many.out()});
+
   // libtiff complains while these fail: the failure alone is reported.
   std::ofstream(dir.path("text.tif")) << "not a TIFF file at all";
   for (const std::string& name : {dir.path("text.tif"), dir.path("missing.tif")}) {
