@@ -127,6 +127,7 @@ TEST(read_image, operands_and_widths_the_commands_refuse) {
                {{num(1), str("abcd")}, "argumentOutOfBounds()"},
                {{num(1), Array::row({0, 1, 1, 1})}, "argumentOutOfBounds()"},
                {{num(1), Array::row({2, 1, 1, 1})}, "argumentOutOfBounds()"},
+               {{num(1), Array::row({1, 1, 2, 1})}, "argumentOutOfBounds()"},
                {{num(1), Array::row({1, 21, 1, 1})}, "argumentOutOfBounds()"},
                {{num(1), Array::row({1, 20, 1, 33})}, "argumentOutOfBounds()"},
                {{num(4096), Array::row({20, 20, 32, 32})}, "ok"},
