@@ -215,23 +215,9 @@ class Files {
   std::uint32_t beyond_ = 0;
 };
 
-/// A file opened through the module for one recipe, closed after it.
-class Opened {
- public:
-  explicit Opened(const std::string& path, const char* mode = "r") : id_(open_file(path, mode)) {}
-  ~Opened() { call("close", {id_}); }
-  Opened(const Opened&) = delete;
-  Opened& operator=(const Opened&) = delete;
-  operator const Array&() const { return id_; }
-  TIFF* tif() const { return handle_of(id_); }
-
- private:
-  Array id_;
-};
-
 /// Operands: the file's identifier first, then the rest.
 CallResult on(const char* word, const std::string& path, std::vector<Array> rest = {}) {
-  const Opened f(path);
+  const ModuleFile f(path, "r");
   rest.insert(rest.begin(), f);
   return call(word, std::move(rest));
 }
@@ -239,7 +225,7 @@ CallResult on(const char* word, const std::string& path, std::vector<Array> rest
 /// "setField" of tag in a new file, after the setup tags (set through the
 /// module, each of which must pass).
 CallResult set_after(const Files& files, const Tags& setup, double tag, Array value) {
-  const Opened f(files.path("set.tif"), "w");
+  const ModuleFile f(files.path("set.tif"), "w");
   for (const auto& [t, v] : setup) EXPECT_TRUE(call("setField", {f, Array::scalar(t), v}).ok()) << t;
   return call("setField", {f, Array::scalar(tag), std::move(value)});
 }
@@ -331,14 +317,14 @@ std::vector<Row> rows() {
       {"Tiff:unableToReadDir()", [](const Files& f) { return on("readDirectory", f.path("grey.tif")); }},
       {"Tiff:unableToWriteDir()",
        [](const Files& f) {
-         const Opened stuck(f.path("three.tif"), "r+");
+         const ModuleFile stuck(f.path("three.tif"), "r+");
          TIFFSetField(stuck.tif(), TIFFTAG_IMAGEDESCRIPTION, "lost");
          make_writes_fail(stuck.tif(), f.path("three.tif"));
          return call("rewriteDirectory", {stuck});
        }},
       {"Tiff:unableToWriteCurrentDir()",
        [](const Files& f) {
-         const Opened doomed(f.path("doomed.tif"), "w");
+         const ModuleFile doomed(f.path("doomed.tif"), "w");
          set_basic_tags(doomed.tif(), 4, 2);
          make_writes_fail(doomed.tif(), f.path("doomed.tif"));
          return call("writeDirectory", {doomed});
@@ -456,7 +442,7 @@ std::vector<Row> rows() {
        writer(with(layout(), [](ImageSpec& s) { s.compression = COMPRESSION_JPEG, s.rowsPerStrip = 8; }), {u8({16, 16})})},
       {"Tiff:tiledJpegCompressionRequires16()",
        [](const Files& f) {
-         const Opened t(f.path("tiled.tif"));
+         const ModuleFile t(f.path("tiled.tif"), "r");
          TIFFSetField(t.tif(), TIFFTAG_COMPRESSION, COMPRESSION_JPEG);
          TIFFSetField(t.tif(), TIFFTAG_TILEWIDTH, 8);
          return call("writeEncodedTile", {t, num(0), u8({16, 8})});
@@ -486,7 +472,7 @@ std::vector<Row> rows() {
        [](const Files& f) { return on("readEncodedStrip", f.path("deep.tif"), {num(3)}); }},
       {"Tiff:readWithJpegColorModeRGB()",
        [](const Files& f) {
-         const Opened jpeg(f.path("jpeg.tif"));
+         const ModuleFile jpeg(f.path("jpeg.tif"), "r");
          TIFFSetField(jpeg.tif(), TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
          return call("readEncodedStrip", {jpeg, num(0)});
        }},

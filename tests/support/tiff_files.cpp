@@ -36,19 +36,11 @@ TiffHandle::~TiffHandle() {
 
 void set_basic_tags(TIFF* tif, std::uint32_t width, std::uint32_t length, std::uint16_t bits,
                     std::uint16_t samples, std::uint32_t rowsPerStrip, std::uint32_t tileSize) {
-  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, width);
-  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, length);
-  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, bits);
-  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, samples);
-  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, samples >= 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK);
-  TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-  TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
-  if (tileSize) {
-    TIFFSetField(tif, TIFFTAG_TILEWIDTH, tileSize);
-    TIFFSetField(tif, TIFFTAG_TILELENGTH, tileSize);
-  } else {
-    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, rowsPerStrip ? rowsPerStrip : length);
-  }
+  ImageSpec s;
+  s.width = width, s.length = length, s.bits = bits, s.samples = samples;
+  s.photometric = samples >= 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK;
+  s.rowsPerStrip = rowsPerStrip ? rowsPerStrip : length, s.tileWidth = s.tileLength = tileSize;
+  set_image_tags(tif, s);
 }
 
 void set_image_tags(TIFF* tif, const ImageSpec& s) {
