@@ -100,8 +100,12 @@ void handle_tag_value(zvArray* outputs[], int, const zvArray* operands[], TIFF* 
     TIFFGetField(tif, tag, &text);
     outputs[0] = zvCreateString(text == nullptr ? "" : text);
     return;
+  } else if (TIFFFieldReadCount(field) > 1) {
+    // A fixed number of values, handed over as a pointer to them.
+    count = static_cast<std::uint32_t>(TIFFFieldReadCount(field));
+    TIFFGetField(tif, tag, &data);
   } else {
-    // One value, passed as its own type's pointer: the widest will do.
+    // One value, written in place in its own type: the widest will do.
     static thread_local std::uint64_t one = 0;
     one = 0;
     TIFFGetField(tif, tag, &one);

@@ -616,17 +616,27 @@ TEST(SetField, TagsOutsideTheTable) {
     const float rational[] = {0.125f, 9};
     const void* values[] = {b, sb, u16, s16, u32, s32, f32, f64, rational};
     for (std::uint32_t i = 0; i < 9; ++i) ASSERT_TRUE(TIFFSetField(out, 65010 + i, 2u, values[i])) << i;
+    // Tags libtiff knows outside the module's table: four bytes, one value,
+    // a counted row.
+    const std::uint8_t version[4] = {1, 4, 0, 0}, cfa[4] = {0, 1, 1, 2};
+    ASSERT_TRUE(TIFFSetField(out, TIFFTAG_DNGVERSION, version));
+    ASSERT_TRUE(TIFFSetField(out, TIFFTAG_CFAPATTERN, 4, cfa));
+    ASSERT_TRUE(TIFFSetField(out, TIFFTAG_BASELINEEXPOSURE, -1.5));
     write_chunks(out, [](std::uint32_t, std::size_t) { return std::uint8_t{0}; });
   }
   const GatewayFile n(numbers, "r");
   const std::vector<std::vector<double>> expected = {{1, 255},    {-128, 7},          {65535, 2},
                                                      {-32768, 3}, {4294967295.0, 4},  {-2147483648.0, 5},
                                                      {0.25, -6},  {1e300, -7.5},      {0.125, 9}};
-  for (std::uint32_t i = 0; i < 9; ++i) {
-    const Comparison c = compare(call("__tagValue__", {n.id(), num(65010 + i)}).out(),
-                                 Array::of(zvDOUBLE_CLASS, {1, 2}, expected[i]));
-    EXPECT_EQ(c.mismatch + (c.largest == 0 ? "" : " differs"), "") << 65010 + i;
-  }
+  const auto same = [&](double tag, const std::vector<double>& values) {
+    const Comparison c = compare(call("__tagValue__", {n.id(), num(tag)}).out(),
+                                 Array::of(zvDOUBLE_CLASS, {1, values.size()}, values));
+    return c.mismatch + (c.largest == 0 ? "" : " differs");
+  };
+  for (std::uint32_t i = 0; i < 9; ++i) EXPECT_EQ(same(65010 + i, expected[i]), "") << 65010 + i;
+  EXPECT_EQ(same(TIFFTAG_DNGVERSION, {1, 4, 0, 0}), "");
+  EXPECT_EQ(same(TIFFTAG_BASELINEEXPOSURE, {-1.5}), "");
+  EXPECT_EQ(same(TIFFTAG_CFAPATTERN, {0, 1, 1, 2}), "");
   EXPECT_EQ(outcome(call("__tagValue__", {f.id(), num(256)})), "unsupportedTag('ImageWidth', 256)");
   EXPECT_EQ(outcome(call("__tagValue__", {f.id(), num(65002)})), "tagRetrievalFailed('65002')");
 }
