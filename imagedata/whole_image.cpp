@@ -21,6 +21,7 @@
 #include <atomic>
 #include <exception>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <cmath>
 #include <cstdint>
@@ -159,16 +160,16 @@ struct Target {
   unsigned char* image;
 };
 
-/// Reads chunk s into its part of the region. A chunk that begins inside
-/// the region goes straight into place; one that begins before it goes
-/// through buffers.part first. What the chunk does not cover (a chunk cut
-/// short) is zeroed, so that no element is left uninitialised.
 /// What one thread reads through: the chunk buffer, and the chunk's part
 /// for a chunk that begins before the region.
 struct Buffers {
   std::vector<unsigned char> chunk, part;
 };
 
+/// Reads chunk s into its part of the region. A chunk that begins inside
+/// the region goes straight into place; one that begins before it goes
+/// through buffers.part first. What the chunk does not cover (a chunk cut
+/// short) is zeroed, so that no element is left uninitialised.
 void read_slot(TIFF* tif, const Target& t, const Slot& s, Buffers& buffers) {
   const Grid& g = t.grid;
   const Region& region = t.region;
@@ -265,17 +266,23 @@ void read_slots(TIFF* tif, const ImageLayout& layout, const Target& t, const std
   LibtiffMessages before = take_libtiff_messages();
   std::vector<std::thread> workers;
   const unsigned count = static_cast<unsigned>(std::min<std::size_t>(threads, slots.size()));
-  for (unsigned w = 1; w < count; ++w)
-    workers.emplace_back([&] {
-      // What libtiff says on opening was said when tif read the directory.
-      TIFF* own = second_handle(tif, layout);
-      take_libtiff_messages();
-      if (own == nullptr) return;
-      Buffers own_buffers;
-      work(own, own_buffers);
-      TIFFClose(own);
-      take_libtiff_messages();
-    });
+  workers.reserve(count);
+  for (unsigned w = 1; w < count; ++w) {
+    try {
+      workers.emplace_back([&] {
+        // What libtiff says on opening was said when tif read the directory.
+        TIFF* own = second_handle(tif, layout);
+        take_libtiff_messages();
+        if (own == nullptr) return;
+        Buffers own_buffers;
+        work(own, own_buffers);
+        TIFFClose(own);
+        take_libtiff_messages();
+      });
+    } catch (const std::system_error&) {
+      break;  // no more threads to be had: the ones there are read it all
+    }
+  }
   work(tif, buffers);
   for (std::thread& w : workers) w.join();
   add_libtiff_messages(std::move(before));
