@@ -219,7 +219,7 @@ void read_slot(TIFF* tif, const Target& t, const Slot& s, Buffers& buffers) {
 /// writing, whose data may not be on disk yet, or one that reads otherwise).
 TIFF* second_handle(TIFF* tif, const ImageLayout& layout) {
   const std::string mode = open_mode(tif);
-  if (mode.empty() || mode[0] != 'r' || TIFFGetMode(tif) != O_RDONLY) return nullptr;
+  if (mode.empty() || TIFFGetMode(tif) != O_RDONLY) return nullptr;
   TIFF* own = TIFFOpen(TIFFFileName(tif), mode.c_str());
   if (own == nullptr) return nullptr;
   const bool same = TIFFSetSubDirectory(own, TIFFCurrentDirOffset(tif)) && TIFFIsTiled(own) == TIFFIsTiled(tif) &&
