@@ -44,6 +44,7 @@ TEST(gateway_test, operand_counts_outside_the_limits_are_refused) {
     const char* expected;
   } rows[] = {{"getVersion", 1, "wrongNumberOfInputs"}, {"close", 0, "wrongNumberOfInputs"},
               {"readRGBATile", 2, "wrongNumberOfInputs"}, {"writeEncodedTile", 6, "wrongNumberOfInputs"},
+              {"lastDirectory", 2, "wrongNumberOfInputs"},
               {"writeEncodedTile", 5, "badFileId"}, {"computeStrip", 3, "badFileId"}};
   for (const auto& r : rows)
     EXPECT_EQ(outcome(call(r.word, std::vector<Array>(r.count, num(0)))), std::string(r.expected) + "()") << r.word;
