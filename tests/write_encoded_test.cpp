@@ -154,6 +154,11 @@ TEST(write_encoded, bad_input) {
             "Quarn:imagesci:validate:wrongNumberOfInputs");
   EXPECT_EQ(outcome(file.write(false, num(0), {Array::text("abc")})), outcome("imageDatatypeNot8bit", {std::string("char")}));
   EXPECT_EQ(outcome(file.write(false, num(0), {Array::cell({rgb})})), outcome("imageDatatypeNot8bit", {std::string("cell")}));
+  // The whole-image entry cuts no chunk from an empty or 4-D image: the
+  // write command's refusal of it, else the kind that says what to give.
+  EXPECT_EQ(outcome(call("__writeImage__", {file.id(), u8({0, 8, 3}, 1), num(INFINITY)})), "wrongNumberOfInputImages()");
+  EXPECT_EQ(outcome(call("__writeImage__", {file.id(), u8({4, 8, 3, 2}, 1), num(INFINITY)})),
+            "badContigImageMultipleSpp()");
   EXPECT_EQ(outcome(file.write(false, num(0), {rgb, rgb})), outcome("wrongNumberOfInputImages", {}));
   EXPECT_EQ(outcome(file.write(false, num(1e300), {rgb})), "argumentOutOfBounds()");
   // Empty data writes a zero strip; two planes for three samples leave the third zero.
